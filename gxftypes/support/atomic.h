@@ -1,0 +1,57 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace Zorvan {
+
+/// The word under every counter of the library.
+using zvAtomic_t = int;
+
+/// The value as it stands. Relaxed: nothing is published through a plain read of a counter.
+inline int atomicGet32(zvAtomic_t const* word) {
+    return std::atomic_ref<zvAtomic_t>(*const_cast<zvAtomic_t*>(word))
+        .load(std::memory_order_relaxed);
+}
+
+/// Adds one with full ordering and returns the new value.
+inline int atomicInc32(zvAtomic_t* word) {
+    return std::atomic_ref<zvAtomic_t>(*word).fetch_add(1) + 1;
+}
+
+/// Takes one off with full ordering and returns the new value.
+inline int atomicDec32(zvAtomic_t* word) {
+    return std::atomic_ref<zvAtomic_t>(*word).fetch_add(-1) - 1;
+}
+
+/// Selects the operations by the size of the counted type.
+template <std::size_t Size> struct __Atomics; // NOLINT(bugprone-reserved-identifier)
+
+template <> struct __Atomics<4> { // NOLINT(bugprone-reserved-identifier)
+    static int get(int const* word) { return atomicGet32(word); }
+    static int inc(int* word) { return atomicInc32(word); }
+    static int dec(int* word) { return atomicDec32(word); }
+};
+
+template <typename T> T atomicGet(T const* word) { return __Atomics<sizeof(T)>::get(word); }
+template <typename T> T atomicInc(T* word) { return __Atomics<sizeof(T)>::inc(word); }
+template <typename T> T atomicDec(T* word) { return __Atomics<sizeof(T)>::dec(word); }
+
+/// A signed 32-bit counter that several threads may change.
+class AtomicCounter {
+  public:
+    explicit AtomicCounter(int start) : m_word(start) {}
+    AtomicCounter(AtomicCounter const&) = delete;
+    AtomicCounter& operator=(AtomicCounter const&) = delete;
+
+    int getCount() const { return atomicGet(&m_word); }
+    int operator++() { return atomicInc(&m_word); }
+    int operator--() { return atomicDec(&m_word); }
+    /// The value before the addition.
+    int operator++(int) { return atomicInc(&m_word) - 1; }
+
+  private:
+    zvAtomic_t m_word;
+};
+
+} // namespace Zorvan
