@@ -1,0 +1,292 @@
+#include <gxfstream/packet_reader.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace GxfStream {
+
+using namespace GxfTypes;
+
+namespace {
+
+constexpr unsigned headerSize = Packet::headerSize;
+
+// A MAP's sections can't fill a hundredth of this; the rest is for the tail that it may carry.
+constexpr std::uint32_t largestMap = std::uint32_t{16} << 20;
+
+// What a decode of these looks at, however long the packet is.
+constexpr std::uint32_t fltPart = 8 + 4 * FieldLocTblPacket::maxEntries;
+constexpr std::uint32_t timecodePart = MediaPacketHdr::wireSize + PerFrameTcSet::wireSize;
+
+// A block of timecodes is decoded only with that many bytes behind the payload.
+constexpr std::uint32_t behindTimecodes = 16;
+
+/// A buffer for a decoder over bytes at a stream position. The decoders of the library don't write
+/// into what they read from.
+class Window : public GxfBuffer {
+  public:
+    Window(Span bytes, std::uint64_t offset)
+        : GxfBuffer(const_cast<unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()),
+                    DataState::filled, MediaAgent(nullptr)) {
+        reset(DataState::filled, offset);
+    }
+};
+
+std::string plural(std::uint64_t count, char const* noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
+std::string reasonOf(OpResult const& result) {
+    std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
+    if (*result.getText() != '\0') {
+        reason += std::string(": ") + result.getText();
+    }
+    return reason;
+}
+
+} // namespace
+
+char const* getName(StreamFault::Kind kind) {
+    switch (kind) {
+    case StreamFault::resync:
+        return "resync";
+    case StreamFault::truncated:
+        return "truncated";
+    case StreamFault::payload:
+        return "payload";
+    case StreamFault::oversize:
+        return "oversize";
+    case StreamFault::io:
+        return "io";
+    }
+    return "?";
+}
+
+MediaPacket* StreamPacket::media() const {
+    return type == packetTypeMedia ? static_cast<MediaPacket*>(packet.get()) : nullptr;
+}
+
+PacketReader::PacketReader(ByteSource& source, FaultHandler onFault)
+    : m_source(source), m_onFault(std::move(onFault)), m_search(source),
+      m_header(m_pool.alloc(packetTypeHeader)) {}
+
+void PacketReader::seek(std::uint64_t offset) {
+    m_position = m_source.isSeekable() ? offset : std::max(offset, m_position);
+    m_current.packet = nullptr;
+    m_hasCurrent = false;
+    m_silentSearch = true;
+    m_ended = false;
+}
+
+StreamPacket const* PacketReader::next() {
+    m_current.packet = nullptr;
+    while (!m_ended) {
+        m_source.release(m_position);
+        Span const header = m_source.read(m_position, headerSize);
+        if (header.size() < headerSize) {
+            m_ended = endOfStream(header);
+        } else if (!isPlausibleHeader(header.data())) {
+            m_ended = !resync();
+        } else if (readPacket(header)) {
+            m_silentSearch = false;
+            return &m_current;
+        }
+    }
+    return nullptr;
+}
+
+/// False when packets go on in front of the end.
+bool PacketReader::endOfStream(Span rest) {
+    if (!m_source.error().empty()) {
+        report(StreamFault::io, m_position + rest.size(), 0, m_source.error());
+        return true;
+    }
+    std::uint64_t const size = m_source.size().value_or(m_position + rest.size());
+    if (m_hasCurrent && m_position > size) {
+        if (isPreviousLengthWrong()) {
+            return false;
+        }
+        std::uint64_t const missing = m_position - size;
+        report(StreamFault::truncated, m_current.offset, missing,
+               "the stream ends inside this " + std::string(GxfTypes::getName(m_current.type)) +
+                   " packet, " + plural(missing, "byte") + " of it " +
+                   (missing == 1 ? "is" : "are") + " missing");
+    } else if (!rest.empty() && !m_silentSearch) {
+        report(StreamFault::resync, m_position, rest.size(),
+               plural(rest.size(), "byte") + " at the end are no packet");
+    }
+    return true;
+}
+
+/// Goes to the next packet behind broken bytes; false when there is none.
+bool PacketReader::resync() {
+    if (isPreviousLengthWrong()) {
+        return true;
+    }
+    std::uint64_t const from = m_position;
+    std::optional<std::uint64_t> const found = m_search.find(from);
+    if (!found && !m_source.error().empty()) {
+        report(StreamFault::io, from, 0, m_source.error());
+        return false;
+    }
+    std::uint64_t const passed = found.value_or(m_source.size().value_or(from)) - from;
+    if (m_silentSearch) {
+        m_passedOver += passed;
+    } else {
+        report(StreamFault::resync, from, passed,
+               plural(passed, "byte") + " passed over that are no packet" +
+                   (found ? "; packets go on at offset " + std::to_string(*found)
+                          : ", up to the end of the stream"));
+    }
+    m_hasCurrent = false;
+    m_position = from + passed;
+    return found.has_value();
+}
+
+/// What follows the last packet is broken: so perhaps is its length, and packets go on inside it.
+bool PacketReader::isPreviousLengthWrong() {
+    std::uint64_t const inside = m_current.offset + headerSize;
+    if (!m_hasCurrent || !m_source.canReach(inside, headerSize)) {
+        return false;
+    }
+    m_hasCurrent = false;
+    std::optional<std::uint64_t> const found = m_search.findConfirmed(inside, m_position);
+    if (!found) {
+        m_hasCurrent = true;
+        return false;
+    }
+    report(StreamFault::resync, m_current.offset, *found - inside,
+           "this " + std::string(GxfTypes::getName(m_current.type)) + " packet claims " +
+               plural(m_current.length, "byte") + ", but packets go on inside it at offset " +
+               std::to_string(*found));
+    m_position = *found;
+    return true;
+}
+
+/// False, with nothing to yield, for a packet that is passed over or that the stream's end cuts
+/// off.
+bool PacketReader::readPacket(Span header) {
+    Window headerBuffer(header, m_position);
+    m_header->decode(headerBuffer);
+    m_current.offset = m_position;
+    m_current.type = m_header->type;
+    m_current.length = m_header->length;
+    m_current.result = OpResult::Ok;
+    m_hasCurrent = true;
+    m_position = m_current.end();
+    if (m_current.type == packetTypeMap && m_current.length > largestMap) {
+        report(StreamFault::oversize, m_current.offset, m_current.length,
+               "this map packet claims " + plural(m_current.length, "byte") +
+                   ", more than a map packet can need; it is passed over");
+        return false;
+    }
+    m_current.packet = m_header->createActual();
+    if (m_current.packet.get() == nullptr) {
+        m_current.packet = m_pool.alloc(packetTypeHeader);
+        m_current.packet->reset(*m_header);
+        return true;
+    }
+    if (m_current.packet->getPayloadLength() == 0 && m_current.type == packetTypeEos) {
+        return true;
+    }
+    return decodePayload();
+}
+
+bool PacketReader::decodePayload() {
+    Packet& packet = *m_current.packet;
+    std::uint32_t const payloadLength = m_current.length - headerSize;
+    std::uint64_t const offset = m_current.offset + headerSize;
+
+    std::uint32_t wanted = std::min(payloadLength, packet.getPart1Length());
+    Span bytes = m_source.read(offset, wanted);
+    bool whole = false;
+    bool timecodes = false;
+    if (!bytes.empty()) {
+        Window first(bytes, offset);
+        whole = packet.needsAllData(first);
+        timecodes = whole && m_current.type == packetTypeMedia;
+    }
+    if (whole) {
+        std::uint32_t const part = timecodes                                 ? timecodePart
+                                   : m_current.type == packetTypeFieldLocTbl ? fltPart
+                                                                             : payloadLength;
+        wanted = std::min(payloadLength, part);
+        bytes = m_source.read(offset, wanted + (timecodes ? behindTimecodes : 0));
+    }
+    // A media packet tells of itself even when the stream ends behind its preamble.
+    std::uint32_t const needed =
+        whole ? wanted : std::min<std::uint32_t>(wanted, MediaPacketHdr::wireSize);
+    if (bytes.size() < needed) {
+        m_current.packet = nullptr;
+        return false;
+    }
+    if (timecodes) {
+        bytes = withBytesBehind(bytes, wanted);
+    }
+
+    dropStaleState();
+    Window buffer(bytes, offset);
+    m_current.result = packet.decode(buffer);
+    judgePayload(timecodes);
+    return true;
+}
+
+/// The block of timecodes with zeros for what the stream has no more of behind it.
+Span PacketReader::withBytesBehind(Span bytes, std::uint32_t payloadPart) {
+    std::size_t const wanted = std::size_t{payloadPart} + behindTimecodes;
+    if (bytes.size() == wanted) {
+        return bytes;
+    }
+    m_padded.assign(wanted, 0);
+    std::copy(bytes.begin(), bytes.end(), m_padded.begin());
+    return m_padded;
+}
+
+/// A recycled packet keeps some of what it held before: nobody is to see it.
+void PacketReader::dropStaleState() {
+    if (m_current.type == packetTypeMap) {
+        auto& map = static_cast<MapPacket&>(*m_current.packet);
+        map.preservedData.discard();
+        map.tracks.stripedTc = PerFrameTimecode();
+    } else if (m_current.type == packetTypeFieldLocTbl) {
+        auto& table = static_cast<FieldLocTblPacket&>(*m_current.packet);
+        table.msgClamp = GxfLocalMsgClamp(1);
+    }
+}
+
+void PacketReader::judgePayload(bool timecodes) {
+    char const* const name = GxfTypes::getName(m_current.type);
+    if (!m_current.result) {
+        report(StreamFault::payload, m_current.offset, m_current.length,
+               std::string("the payload of this ") + name + " packet is refused, " +
+                   reasonOf(m_current.result));
+    } else if (!m_current.packet->isValid()) {
+        report(StreamFault::payload, m_current.offset, m_current.length,
+               m_current.type == packetTypeFieldLocTbl
+                   ? "the positions of this field locator table are not in order"
+                   : std::string("the payload of this ") + name + " packet is not valid");
+    } else if (timecodes && m_current.media()->perFrameTc.get() == nullptr) {
+        report(StreamFault::payload, m_current.offset, m_current.length,
+               "this timecode packet is too short for its block of timecodes");
+    }
+}
+
+Span PacketReader::payload(std::uint64_t from, std::size_t count) {
+    std::uint64_t const size = m_current.length - headerSize;
+    if (m_current.packet.get() == nullptr || from >= size) {
+        return {};
+    }
+    std::uint64_t const offset = m_current.offset + headerSize + from;
+    m_source.release(offset);
+    std::uint64_t const most = std::min<std::uint64_t>(size - from, m_source.largestChunk());
+    return m_source.read(offset, static_cast<std::size_t>(std::min<std::uint64_t>(count, most)));
+}
+
+void PacketReader::report(StreamFault::Kind kind, std::uint64_t offset, std::uint64_t bytes,
+                          std::string text) {
+    if (m_onFault) {
+        m_onFault({kind, offset, bytes, std::move(text)});
+    }
+}
+
+} // namespace GxfStream
