@@ -34,6 +34,16 @@ ssize_t retryingRead(int descriptor, unsigned char* to, std::size_t count, std::
     return got;
 }
 
+/// Bytes of a regular file or a block device; 0 when it doesn't tell.
+std::uint64_t sizeOf(int descriptor) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) {
+        return 0;
+    }
+    off_t const size = S_ISBLK(status.st_mode) ? ::lseek(descriptor, 0, SEEK_END) : status.st_size;
+    return size > 0 ? static_cast<std::uint64_t>(size) : 0;
+}
+
 } // namespace
 
 void ByteSource::setError(char const* what, int errorNumber) {
@@ -84,7 +94,7 @@ void ByteWindow::dropBefore(std::uint64_t offset) {
 unsigned char* ByteWindow::room(std::size_t count) {
     if (m_first + m_size + count > m_capacity) {
         std::size_t const needed = m_size + count;
-        if (needed > m_capacity) {
+        if (needed > m_capacity || m_size > m_first) {
             std::size_t const capacity = std::max(needed, m_capacity * 2);
             auto grown = std::make_unique_for_overwrite<unsigned char[]>(capacity);
             if (m_size != 0) {
@@ -101,7 +111,8 @@ unsigned char* ByteWindow::room(std::size_t count) {
 }
 
 std::unique_ptr<FileSource> FileSource::open(std::string const& path, std::string& error) {
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // A named pipe would wait for its writer.
+    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         error = std::generic_category().message(errno);
         return nullptr;
@@ -117,9 +128,7 @@ std::unique_ptr<FileSource> FileSource::open(std::string const& path, std::strin
         ::close(descriptor);
         return nullptr;
     }
-    off_t const size = S_ISBLK(status.st_mode) ? ::lseek(descriptor, 0, SEEK_END) : status.st_size;
-    return std::unique_ptr<FileSource>(
-        new FileSource(descriptor, size > 0 ? static_cast<std::uint64_t>(size) : 0));
+    return std::unique_ptr<FileSource>(new FileSource(descriptor, sizeOf(descriptor)));
 }
 
 FileSource::~FileSource() { ::close(m_descriptor); }
@@ -145,10 +154,14 @@ Span FileSource::read(std::uint64_t offset, std::size_t count) {
         ssize_t const got =
             retryingRead(m_descriptor, m_window.room(missing), missing, m_window.end());
         if (got < 0) {
-            setError("reading failed", errno);
+            // What is only read ahead may never be asked for.
+            if (m_window.end() - offset < std::min<std::uint64_t>(count, left)) {
+                setError("reading failed", errno);
+            }
             break;
         }
         if (got == 0) {
+            m_size = std::min(m_size, sizeOf(m_descriptor));
             break;
         }
         m_window.added(static_cast<std::size_t>(got));
@@ -173,16 +186,18 @@ bool FileSource::peek(std::uint64_t offset, std::span<unsigned char> to) {
 }
 
 Span PipeSource::read(std::uint64_t offset, std::size_t count) {
-    if (offset < m_window.begin()) {
+    auto const reachable =
+        static_cast<std::size_t>(std::min<std::uint64_t>(count, reachableFrom(offset)));
+    if (reachable == 0) {
         return {};
     }
-    while (m_window.end() < offset + count && canReach(offset, count)) {
+    while (m_window.end() < offset + reachable) {
         m_window.dropBefore(std::min(m_released, m_window.end()));
         if (!readMore()) {
             break;
         }
     }
-    return m_window.view(offset, count);
+    return m_window.view(offset, reachable);
 }
 
 bool PipeSource::peek(std::uint64_t offset, std::span<unsigned char> to) {
@@ -211,8 +226,14 @@ bool PipeSource::readMore() {
 void PipeSource::release(std::uint64_t offset) { m_released = std::max(m_released, offset); }
 
 bool PipeSource::canReach(std::uint64_t offset, std::size_t count) const {
-    return offset >= m_window.begin() && offset <= m_released + lookAhead &&
-           count <= m_released + lookAhead - offset;
+    return offset >= m_released && count <= reachableFrom(offset);
+}
+
+/// Bytes from a position on that can be looked at now. This depends on what was released alone, and
+/// not on how much the writer has written yet, so that a stream always reads the same.
+std::uint64_t PipeSource::reachableFrom(std::uint64_t offset) const {
+    bool const isNear = offset >= m_released && offset - m_released < lookAhead;
+    return isNear ? lookAhead - (offset - m_released) : 0;
 }
 
 std::optional<std::uint64_t> PipeSource::size() const {

@@ -32,7 +32,7 @@ class ByteSource {
     /// The most that it pays to ask for at once: reading more would only take memory.
     virtual std::size_t largestChunk() const { return std::size_t{1} << 20; }
 
-    /// Promises that nothing before `offset` is asked for again.
+    /// Promises that nothing before `offset` is asked for again. Spans stay good.
     virtual void release(std::uint64_t) {}
 
     /// False for what lies too far ahead, or behind, to be looked at now.
@@ -83,7 +83,8 @@ class ByteWindow {
     void restart(std::uint64_t offset);
     /// Drops all before a position.
     void dropBefore(std::uint64_t offset);
-    /// Room for `count` bytes behind the end.
+    /// Room for `count` bytes behind the end. What this moves is never more than what was dropped
+    /// before.
     unsigned char* room(std::size_t count);
     /// Counts bytes that were put into the room.
     void added(std::size_t count) { m_size += count; }
@@ -107,6 +108,7 @@ class FileSource : public ByteSource {
 
     Span read(std::uint64_t offset, std::size_t count) override;
     bool peek(std::uint64_t offset, std::span<unsigned char> to) override;
+    /// Of the file when it was opened, or less when it turns out to have shrunk.
     std::optional<std::uint64_t> size() const override { return m_size; }
 
   private:
@@ -135,6 +137,7 @@ class PipeSource : public ByteSource {
     bool isSeekable() const override { return false; }
 
   private:
+    std::uint64_t reachableFrom(std::uint64_t offset) const;
     bool readMore();
 
     int m_descriptor;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include <gxftypes/packet/gxf.h>
 
@@ -14,7 +15,7 @@ using GxfTypes::PacketType;
 
 constexpr std::size_t headerSize = Packet::headerSize;
 constexpr std::size_t trailerOffset = 14;
-constexpr std::size_t searchStep = std::size_t{256} << 10;
+constexpr std::size_t largestStep = std::size_t{256} << 10;
 
 /// The index of the first plausible header that begins at one of the first `starts` bytes.
 std::optional<std::size_t> firstHeader(Span bytes, std::size_t starts) {
@@ -50,16 +51,11 @@ std::uint32_t lengthInHeader(unsigned char const* bytes) {
 }
 
 std::optional<std::uint64_t> HeaderSearch::find(std::uint64_t from) {
-    std::optional<Candidate> first;
-    while (!first) {
-        // Nothing in front is of interest any more, so that a pipe needs no memory for it.
-        m_source.release(from);
-        std::uint64_t const next = from + searchStep;
-        first = nextPlausible(from, next);
-        if (!first && m_source.read(next, 1).empty()) {
-            return std::nullopt;
-        }
-        from = next;
+    // Nothing in front is of interest any more, so that a pipe needs no memory for it.
+    Stretch rest{from, std::numeric_limits<std::uint64_t>::max(), true};
+    std::optional<Candidate> const first = nextPlausible(rest);
+    if (!first) {
+        return std::nullopt;
     }
     if (isConfirmed(*first)) {
         return first->offset;
@@ -70,31 +66,39 @@ std::optional<std::uint64_t> HeaderSearch::find(std::uint64_t from) {
 }
 
 std::optional<std::uint64_t> HeaderSearch::findConfirmed(std::uint64_t from, std::uint64_t to) {
-    while (std::optional<Candidate> const candidate = nextPlausible(from, to)) {
+    Stretch stretch{from, to};
+    while (std::optional<Candidate> const candidate = nextPlausible(stretch)) {
         if (isConfirmed(*candidate)) {
             return candidate->offset;
         }
-        from = candidate->offset + 1;
     }
     return std::nullopt;
 }
 
-/// The first plausible header that begins in [from, to).
-std::optional<HeaderSearch::Candidate> HeaderSearch::nextPlausible(std::uint64_t from,
-                                                                   std::uint64_t to) {
-    while (from < to) {
-        std::size_t const wanted =
-            static_cast<std::size_t>(std::min<std::uint64_t>(to - from, searchStep)) + headerSize -
-            1;
-        Span const bytes = m_source.read(from, wanted);
+/// The first plausible header of the stretch, which goes on behind it. A chunk is asked for again,
+/// from there on, for each of its headers: what a source keeps of it serves them all.
+std::optional<HeaderSearch::Candidate> HeaderSearch::nextPlausible(Stretch& stretch) {
+    while (stretch.from < stretch.to) {
+        if (stretch.from >= stretch.chunkEnd) {
+            if (stretch.releases) {
+                m_source.release(stretch.from);
+            }
+            stretch.chunkEnd =
+                stretch.from + std::min<std::uint64_t>(stretch.to - stretch.from, stretch.step);
+            stretch.step = std::min(stretch.step * 2, largestStep);
+        }
+        auto const starts = static_cast<std::size_t>(stretch.chunkEnd - stretch.from);
+        Span const bytes = m_source.read(stretch.from, starts + headerSize - 1);
         if (bytes.size() < headerSize) {
             return std::nullopt;
         }
-        std::size_t const starts = bytes.size() - headerSize + 1;
-        if (std::optional<std::size_t> const found = firstHeader(bytes, starts)) {
-            return Candidate{from + *found, lengthInHeader(bytes.data() + *found)};
+        std::size_t const present = bytes.size() - headerSize + 1;
+        if (std::optional<std::size_t> const found = firstHeader(bytes, present)) {
+            Candidate const candidate{stretch.from + *found, lengthInHeader(bytes.data() + *found)};
+            stretch.from = candidate.offset + 1;
+            return candidate;
         }
-        from += starts;
+        stretch.from += present;
     }
     return std::nullopt;
 }

@@ -34,7 +34,16 @@ class HeaderSearch {
         std::uint32_t length;
     };
 
-    std::optional<Candidate> nextPlausible(std::uint64_t from, std::uint64_t to);
+    /// What is still to be searched: headers that begin in [from, to).
+    struct Stretch {
+        std::uint64_t from;
+        std::uint64_t to;
+        bool releases = false;      ///< what was searched isn't needed any more
+        std::uint64_t chunkEnd = 0; ///< up to where the source was asked
+        std::size_t step = 4096;    ///< of the next chunk: a near header costs a short read
+    };
+
+    std::optional<Candidate> nextPlausible(Stretch& stretch);
     bool isConfirmed(Candidate const& candidate);
 
     ByteSource& m_source;

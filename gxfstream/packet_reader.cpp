@@ -11,8 +11,9 @@ namespace {
 
 constexpr unsigned headerSize = Packet::headerSize;
 
-// A MAP's sections can't fill a hundredth of this; the rest is for the tail that it may carry.
-constexpr std::uint32_t largestMap = std::uint32_t{16} << 20;
+// What every source can hold at once. A MAP's sections fill 128 KiB at most; the rest is for the
+// tail that it may carry.
+constexpr std::uint32_t largestMap = PipeSource::lookAhead;
 
 // What a decode of these looks at, however long the packet is.
 constexpr std::uint32_t fltPart = 8 + 4 * FieldLocTblPacket::maxEntries;
@@ -35,6 +36,9 @@ class Window : public GxfBuffer {
 std::string plural(std::uint64_t count, char const* noun) {
     return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
+
+/// The verb for that many of a noun.
+char const* isOrAre(std::uint64_t count) { return count == 1 ? "is" : "are"; }
 
 std::string reasonOf(OpResult const& result) {
     std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
@@ -81,14 +85,21 @@ void PacketReader::seek(std::uint64_t offset) {
 StreamPacket const* PacketReader::next() {
     m_current.packet = nullptr;
     while (!m_ended) {
-        m_source.release(m_position);
+        if (reportFailure(m_hasCurrent ? m_current.offset : m_position)) {
+            m_ended = true;
+            break;
+        }
+        // What follows a packet tells whether its length was right: up to then it isn't released,
+        // where the source can hold it.
+        if (!m_hasCurrent || !m_source.canReach(m_position, headerSize)) {
+            m_source.release(m_position);
+        }
         Span const header = m_source.read(m_position, headerSize);
         if (header.size() < headerSize) {
             m_ended = endOfStream(header);
         } else if (!isPlausibleHeader(header.data())) {
             m_ended = !resync();
         } else if (readPacket(header)) {
-            m_silentSearch = false;
             return &m_current;
         }
     }
@@ -97,24 +108,39 @@ StreamPacket const* PacketReader::next() {
 
 /// False when packets go on in front of the end.
 bool PacketReader::endOfStream(Span rest) {
-    if (!m_source.error().empty()) {
-        report(StreamFault::io, m_position + rest.size(), 0, m_source.error());
+    if (reportFailure(m_position + rest.size())) {
         return true;
     }
     std::uint64_t const size = m_source.size().value_or(m_position + rest.size());
+    if (m_position != size && isPreviousLengthWrong()) {
+        return false;
+    }
+    if (reportFailure(m_position + rest.size())) {
+        return true;
+    }
     if (m_hasCurrent && m_position > size) {
-        if (isPreviousLengthWrong()) {
-            return false;
-        }
         std::uint64_t const missing = m_position - size;
         report(StreamFault::truncated, m_current.offset, missing,
                "the stream ends inside this " + std::string(GxfTypes::getName(m_current.type)) +
-                   " packet, " + plural(missing, "byte") + " of it " +
-                   (missing == 1 ? "is" : "are") + " missing");
-    } else if (!rest.empty() && !m_silentSearch) {
+                   " packet, " + plural(missing, "byte") + " of it " + isOrAre(missing) +
+                   " missing");
+    } else if (m_silentSearch) {
+        m_passedOver += rest.size();
+    } else if (!rest.empty()) {
         report(StreamFault::resync, m_position, rest.size(),
-               plural(rest.size(), "byte") + " at the end are no packet");
+               plural(rest.size(), "byte") + " at the end " + isOrAre(rest.size()) + " no packet");
     }
+    return true;
+}
+
+/// True, and told, when the source failed: that ends the stream.
+bool PacketReader::reportFailure(std::uint64_t offset) {
+    if (m_source.error().empty()) {
+        return false;
+    }
+    // A pipe ends where it failed.
+    report(StreamFault::io, std::min(offset, m_source.size().value_or(offset)), 0,
+           m_source.error());
     return true;
 }
 
@@ -125,8 +151,7 @@ bool PacketReader::resync() {
     }
     std::uint64_t const from = m_position;
     std::optional<std::uint64_t> const found = m_search.find(from);
-    if (!found && !m_source.error().empty()) {
-        report(StreamFault::io, from, 0, m_source.error());
+    if (!found && reportFailure(from)) {
         return false;
     }
     std::uint64_t const passed = found.value_or(m_source.size().value_or(from)) - from;
@@ -134,7 +159,7 @@ bool PacketReader::resync() {
         m_passedOver += passed;
     } else {
         report(StreamFault::resync, from, passed,
-               plural(passed, "byte") + " passed over that are no packet" +
+               plural(passed, "byte") + " passed over that " + isOrAre(passed) + " no packet" +
                    (found ? "; packets go on at offset " + std::to_string(*found)
                           : ", up to the end of the stream"));
     }
@@ -173,7 +198,9 @@ bool PacketReader::readPacket(Span header) {
     m_current.length = m_header->length;
     m_current.result = OpResult::Ok;
     m_hasCurrent = true;
+    m_silentSearch = false;
     m_position = m_current.end();
+    m_source.release(m_current.offset);
     if (m_current.type == packetTypeMap && m_current.length > largestMap) {
         report(StreamFault::oversize, m_current.offset, m_current.length,
                "this map packet claims " + plural(m_current.length, "byte") +

@@ -80,6 +80,7 @@ class PacketReader {
 
   private:
     bool endOfStream(Span rest);
+    bool reportFailure(std::uint64_t offset);
     bool resync();
     bool isPreviousLengthWrong();
     bool readPacket(Span header);

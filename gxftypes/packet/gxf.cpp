@@ -1,5 +1,7 @@
 #include <gxftypes/packet/gxf.h>
 
+#include <new>
+
 namespace GxfTypes {
 
 Packet::Packet(PacketType packetType, PacketPool& owner) : pool(owner), refCount(0) {
@@ -186,8 +188,10 @@ AutoRefPtr<Packet> PacketPool::alloc(Packet const& model) { return allocReset(mo
 
 template <typename ResetFrom>
 AutoRefPtr<Packet> PacketPool::allocReset(PacketType type, ResetFrom const& from) {
+    // Outlives the lock: when reset() throws, the reference that goes takes the lock itself.
+    AutoRefPtr<Packet> packet;
     ScopeLock<JMutex> lock(mutex);
-    AutoRefPtr<Packet> packet = allocLokd(type);
+    packet = allocLokd(type);
     if (packet.get() == nullptr) {
         gxfError(GxfOpSubsystem::internalError, nullptr, OpCodeLocation::here(__FILE__, "alloc"));
         return nullptr;
@@ -276,7 +280,13 @@ void PacketPool::recycle(Packet& packet) {
         return;
     }
     if (packet.type == packetTypeMedia) {
-        freeMedia.push_back(AutoPtr<Packet>(&packet));
+        AutoPtr<Packet> const media(&packet);
+        try {
+            freeMedia.push_back(media);
+        } catch (std::bad_alloc const&) {
+            // No place to keep it: it goes with `media`. A release must not throw.
+            return;
+        }
     } else if (AutoPtr<Packet>* const slot = slotOf(packet.type)) {
         *slot = &packet;
     }

@@ -97,7 +97,7 @@ char const* getName(TrackDescTagType type) {
 }
 
 unsigned AuxInfo::getBits(unsigned bit, unsigned count) const {
-    auto const mask = static_cast<std::uint8_t>(static_cast<std::uint8_t>(1ULL << count) - 1U);
+    unsigned const mask = count < 8 ? (1U << count) - 1U : 0xFFU;
     return (static_cast<unsigned>(bytes[bit / 8]) >> (bit % 8)) & mask;
 }
 
@@ -384,8 +384,14 @@ template <typename T, unsigned N> bool TagSet<T, N>::isEqual(TagSet const& other
     if (size() != other.size()) {
         return false;
     }
+    // Looked up once for each type, since a stranger's list may hold tens of thousands of tags.
+    Tag<T> const* firstOfType[256] = {};
+    for (unsigned i = other.size(); i-- > 0;) {
+        Tag<T> const* const tag = other.tags[i].get();
+        firstOfType[tag->getType() & 0xFFU] = tag;
+    }
     for (unsigned i = 0; i < size(); ++i) {
-        Tag<T> const* const match = other.getTag(tags[i]->getType());
+        Tag<T> const* const match = firstOfType[tags[i]->getType() & 0xFFU];
         if (match == nullptr || !tags[i]->isEqual(*match)) {
             return false;
         }

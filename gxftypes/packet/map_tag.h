@@ -130,11 +130,12 @@ template <typename T> class Tag {
     OpResult decode(GxfBuffer& buffer, unsigned remaining);
     /// Code 12 without room, code 13 for a number without a data type.
     OpResult encode(GxfBuffer& buffer) const;
-
-  private:
+    /// The low byte of a tag number.
     static void encode(T type, GxfBuffer& buffer) {
         buffer.encode(static_cast<unsigned char>(type));
     }
+
+  private:
     void clear();
     OpResult unknown(int code) const;
     void decodeValue(GxfBuffer& buffer);

@@ -7,9 +7,7 @@ namespace GxfTypes {
 void MediaPacket::reset(Packet const& source) {
     hdr.reset();
     Packet::resetPrivate(source);
-    if (perFrameTc.get() != nullptr) {
-        m_spareTcSet = perFrameTc;
-    }
+    keepTcSet();
     bitParser.setList(0, nullptr);
     valid = false;
 }
@@ -96,6 +94,7 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
                  text.get());
         return;
     }
+    keepTcSet();
     perFrameTc = makeTcSet();
     perFrameTc->decode(buffer);
     switch (hdr.getMediaType()) {
@@ -108,6 +107,12 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
     default:
         perFrameTc->setTimecodeHz(60);
         break;
+    }
+}
+
+void MediaPacket::keepTcSet() {
+    if (perFrameTc.get() != nullptr) {
+        m_spareTcSet = perFrameTc;
     }
 }
 

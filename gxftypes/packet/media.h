@@ -50,6 +50,7 @@ class MediaPacket : public Packet {
     void decodeGopHeader();
     void decodeSequenceHeader();
     void decodeTimecodes(GxfBuffer& buffer);
+    void keepTcSet();
     AutoPtr<PerFrameTcSet> makeTcSet();
 
     // Kept between uses, so that a stream's timecode packets don't allocate.

@@ -134,10 +134,13 @@ unsigned MediaPacketHdr::setMediaFieldZero(TrackDetail const& detail) {
         firstValid = mediaField - mediaFieldZero;
         break;
     case trackTypeAudio:
-        if (detail.fldStride == 0 || detail.fieldsPerSecond == 0) {
+        if (detail.fldStride == 0) {
             return mediaFieldZero;
         }
         mediaFieldZero = GxfIndexer::IndexBlock::getPacketField(mediaField, detail);
+        if (detail.fieldsPerSecond == 0) {
+            return mediaFieldZero;
+        }
         firstValid =
             truncated((mediaField - mediaFieldZero) / detail.fieldsPerSecond * samplesPerSecond);
         break;

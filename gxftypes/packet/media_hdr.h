@@ -79,8 +79,8 @@ struct MediaPacketHdr {
 
     /// Works out the first field of the block to which the media belongs, and the first valid value
     /// that follows from it unless the packet has one. Returns mediaFieldZero. REQUIRES:
-    /// samplesPerPkt, or fldStride and fieldsPerSecond, of the detail aren't 0; what would divide
-    /// by 0 leaves the header as it is.
+    /// samplesPerPkt, or fldStride and fieldsPerSecond, of the detail aren't 0; a value that would
+    /// come from a division by 0 stays as it is.
     unsigned setMediaFieldZero(TrackDetail const& detail);
 
     /// A header equals only itself, however alike the values: intended.

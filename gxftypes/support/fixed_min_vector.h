@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include <gxftypes/support/auto_array_ptr.h>
+
 namespace Zorvan {
 
 /// A vector that holds up to N elements inside the object and moves to the heap beyond that. N is
@@ -42,6 +44,7 @@ template <typename T, unsigned N> class FixedMinVector {
         m_count = n;
     }
 
+    /// REQUIRES: `value` isn't an element of this vector, which growth moves.
     void push_back(T const& value) {
         resize(m_count + 1);
         m_data[m_count - 1] = value;
@@ -77,7 +80,7 @@ template <typename T, unsigned N> class FixedMinVector {
         while (capacity < n && static_cast<std::int32_t>(capacity) >= 0) {
             capacity *= 2;
         }
-        T* const grown = new T[capacity];
+        AutoArrayPtr<T> const grown(new T[capacity]);
         for (unsigned i = 0; i < m_count; ++i) {
             grown[i] = m_data[i];
             if (m_data == m_inlineElems) {
@@ -85,7 +88,7 @@ template <typename T, unsigned N> class FixedMinVector {
             }
         }
         freeHeap();
-        m_data = grown;
+        m_data = grown.forget();
         m_capacity = capacity;
         return std::min(n, capacity);
     }

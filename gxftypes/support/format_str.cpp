@@ -7,7 +7,8 @@
 
 namespace Zorvan {
 
-FormatStr::FormatStr(char const* format, ...) {
+// Delegates, so that a failed allocation on the way finds an object to destroy.
+FormatStr::FormatStr(char const* format, ...) : FormatStr(0U) {
     std::va_list arguments;
     va_start(arguments, format);
     vformat(format, arguments);

@@ -165,6 +165,8 @@ bool GxfBuffer::makeRoom(unsigned n) {
         if (m_occupied != 0) {
             std::memcpy(grown, ptrBegin(), m_occupied);
         }
+        // addOccupied() counts bytes that nobody may have written.
+        std::memset(grown + m_occupied, 0, capacity - m_occupied);
         delete[] m_storage;
         m_storage = grown;
         m_capacity = capacity;

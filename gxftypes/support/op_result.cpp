@@ -22,9 +22,9 @@ char const* kindName(OpResult::Type type) {
     }
 }
 
-OpResult::Note* raise(OpResult::Type type, int code, OpSubsystem subsystem,
-                      OpCodeLocation const* location, char const* text) {
-    auto* const note = new OpResult::Note(type, code, subsystem, location, text);
+AutoRefPtr<OpResult::Note> raise(OpResult::Type type, int code, OpSubsystem subsystem,
+                                 OpCodeLocation const* location, char const* text) {
+    AutoRefPtr<OpResult::Note> note(new OpResult::Note(type, code, subsystem, location, text));
     if (isMessageWanted(MessageKind::Trace)) {
         sendMessage(MessageKind::Trace, (note->toString() + '\n').c_str());
     }

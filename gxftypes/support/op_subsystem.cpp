@@ -32,13 +32,17 @@ OpSubsystemDecl::~OpSubsystemDecl() {
 }
 
 char const* OpSubsystemDecl::errorNameOf(OpSubsystem id, int code) {
-    std::lock_guard const lock(registryMutex);
-    for (OpSubsystemDecl const* decl = registryHead; decl != nullptr; decl = decl->m_next) {
-        if (decl->m_id == id) {
-            return decl->m_getErrorName(code);
+    char const* (*getErrorName)(int) = nullptr;
+    {
+        std::lock_guard const lock(registryMutex);
+        for (OpSubsystemDecl const* decl = registryHead; decl != nullptr; decl = decl->m_next) {
+            if (decl->m_id == id) {
+                getErrorName = decl->m_getErrorName;
+            }
         }
     }
-    return "";
+    // Behind the lock: a subsystem may raise a result of its own while it looks up the name.
+    return getErrorName != nullptr ? getErrorName(code) : "";
 }
 
 } // namespace Zorvan

@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <thread>
+#include <type_traits>
+
+#include <gxftypes/packet/gxf.h>
+
+using namespace GxfTypes;
+
+namespace {
+
+TEST(Atomics, CountAndReturnTheNewValue) {
+    zvAtomic_t word = -1;
+    EXPECT_EQ(atomicGet32(&word), -1);
+    EXPECT_EQ(atomicInc32(&word), 0);
+    EXPECT_EQ(atomicInc32(&word), 1);
+    EXPECT_EQ(atomicDec32(&word), 0);
+    EXPECT_EQ(atomicDec32(&word), -1);
+    EXPECT_EQ(word, -1);
+}
+
+TEST(Atomics, TemplatesSelectTheFormsForInt) {
+    int word = 41;
+    EXPECT_EQ(atomicInc<int>(&word), 42);
+    EXPECT_EQ(atomicGet<int>(&word), 42);
+    EXPECT_EQ(atomicDec<int>(&word), 41);
+    EXPECT_EQ(__Atomics<sizeof(int)>::inc(&word), 42);
+    EXPECT_EQ(__Atomics<sizeof(int)>::dec(&word), 41);
+    EXPECT_EQ(__Atomics<sizeof(int)>::get(&word), 41);
+}
+
+TEST(Atomics, WrapAroundWithoutUndefinedBehaviour) {
+    zvAtomic_t word = INT_MAX;
+    atomicInc32(&word);
+    EXPECT_EQ(word, INT_MIN);
+    atomicDec32(&word);
+    EXPECT_EQ(word, INT_MAX);
+}
+
+TEST(AtomicCounter, IsOneSignedWord) {
+    EXPECT_EQ(sizeof(AtomicCounter), 4U);
+    EXPECT_FALSE(std::is_copy_constructible_v<AtomicCounter>);
+}
+
+TEST(AtomicCounter, PrefixGivesTheNewValueAndPostfixTheOld) {
+    AtomicCounter counter(-2);
+    EXPECT_EQ(counter.getCount(), -2);
+    EXPECT_EQ(++counter, -1);
+    EXPECT_EQ(counter++, -1);
+    EXPECT_EQ(counter.getCount(), 0);
+    EXPECT_EQ(--counter, -1);
+    EXPECT_EQ(counter.getCount(), -1);
+}
+
+TEST(AtomicCounter, LosesNothingBetweenTwoThreads) {
+    constexpr int rounds = 50000;
+    AtomicCounter counter(7);
+    auto const count = [&counter] {
+        for (int i = 0; i < rounds; ++i) {
+            ++counter;
+            counter++;
+            --counter;
+        }
+    };
+    std::thread other(count);
+    count();
+    other.join();
+    EXPECT_EQ(counter.getCount(), 7 + 2 * rounds);
+}
+
+} // namespace
