@@ -62,6 +62,7 @@ FormatStr& FormatStr::vformat(char const* format, std::va_list arguments) {
     std::size_t const room = m_capacity - m_size;
     int const needed = std::vsnprintf(m_text + m_size, room, format, arguments);
     if (needed > 0 && static_cast<std::size_t>(needed) >= room) {
+        m_text[m_size] = '\0'; // the text as it was, should memory end here
         reserve(static_cast<std::size_t>(needed) + 1);
         std::vsnprintf(m_text + m_size, m_capacity - m_size, format, again);
     }

@@ -94,7 +94,8 @@ AutoArrayPtr<char> GxfBuffer::decodeString(unsigned n) {
 
 AutoArrayPtr<unsigned char> GxfBuffer::decodeBlob(unsigned n) {
     AutoArrayPtr<unsigned char> blob(new unsigned char[n]);
-    takePresent(blob.get(), n);
+    copyPresent(blob.get(), n, m_storage, m_begin, m_occupied);
+    removeInput(n);
     return blob;
 }
 
@@ -132,16 +133,16 @@ bool GxfBuffer::encodePaddedString(char const* text, unsigned size, char pad) {
     return true;
 }
 
-/// Copies what is there of the next `n` bytes, zeros for the rest, and consumes `n`.
-void GxfBuffer::takePresent(unsigned char* to, unsigned n) {
-    unsigned const present = std::min(n, m_occupied);
+/// Copies `n` bytes, of which `present` are there and the rest is zeros.
+void GxfBuffer::copyPresent(unsigned char* to, unsigned n, unsigned char const* storage,
+                            std::uint32_t begin, std::uint32_t present) {
+    present = std::min(n, present);
     if (present != 0) {
-        std::memcpy(to, ptrBegin(), present);
+        std::memcpy(to, storage + begin, present);
     }
     if (present != n) {
         std::memset(to + present, 0, n - present);
     }
-    removeInput(n);
 }
 
 /// Room for `n` more bytes behind the end: by moving the bytes to the storage's start when that

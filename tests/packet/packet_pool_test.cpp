@@ -1,7 +1,10 @@
 #include <atomic>
 #include <cerrno>
+#include <functional>
+#include <iterator>
 #include <new>
 #include <random>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,15 +40,17 @@ class ToldPacket : public Packet {
 
     void reset(Packet const& source) override { resetPrivate(source); }
     void reset(PacketType newType) override {
-        if (throwsOnReset) {
-            throw std::bad_alloc();
+        if (onReset) {
+            onReset();
         }
         resetPrivate(newType);
     }
     OpResult decode(GxfBuffer&) override { return OpResult::Ok; }
     bool isEqual(Packet const&) const override { return false; }
 
-    bool throwsOnReset = false;
+    int count() const { return refCount.getCount(); }
+
+    std::function<void()> onReset;
 
   private:
     std::vector<std::string>& m_destroyed;
@@ -454,10 +459,10 @@ TEST(PacketPool, ThrowingResetGivesThePacketBack) {
     std::vector<std::string> destroyed;
     PacketPool pool;
     ToldPacket* const map = giveToPool(packetTypeMap, pool, destroyed);
-    map->throwsOnReset = true;
+    map->onReset = [] { throw std::bad_alloc(); };
     EXPECT_THROW(pool.alloc(packetTypeMap), std::bad_alloc);
     EXPECT_THAT(destroyed, IsEmpty());
-    map->throwsOnReset = false;
+    map->onReset = nullptr;
     EXPECT_EQ(pool.alloc(packetTypeMap).get(), map);
 }
 
@@ -616,6 +621,42 @@ TEST(PacketPool, SeveralThreadsHoldOnePacket) {
     }
     EXPECT_THAT(capture.texts(), IsEmpty());
     EXPECT_EQ(capture.count(MessageKind::Trace), 0U);
+}
+
+TEST(PacketPool, ReferenceTakenWhileThePacketGoesBackIsReported) {
+    std::vector<std::string> destroyed;
+    PacketPool pool;
+    MessageCapture capture;
+    ToldPacket* const eos = giveToPool(packetTypeEos, pool, destroyed);
+    ASSERT_EQ(pool.alloc(packetTypeEos)->preserve(), 2);
+    ToldPacket* const map = giveToPool(packetTypeMap, pool, destroyed);
+    capture.clear();
+
+    // The pool's lock is held during a packet's reset, so that the release below waits for it.
+    std::binary_semaphore inReset(0);
+    std::binary_semaphore mayGoOn(0);
+    map->onReset = [&] {
+        inReset.release();
+        mayGoOn.acquire();
+    };
+    std::thread allocating([&pool] { pool.alloc(packetTypeMap); });
+    inReset.acquire();
+    std::thread releasing([eos] { eos->release(); });
+    while (eos->count() != 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(eos->preserve(), 1);
+    mayGoOn.release();
+    allocating.join();
+    releasing.join();
+    EXPECT_THAT(capture.texts(MessageKind::Trace),
+                ElementsAre(raised("notifyBadCount"), raised("recycle")));
+
+    // It went to the free packets all the same.
+    EXPECT_EQ(eos->release(), 0);
+    EXPECT_EQ(pool.alloc(packetTypeEos).get(), eos);
+    map->onReset = nullptr;
+    EXPECT_THAT(destroyed, IsEmpty());
 }
 
 TEST(PacketPool, PacketsPassBetweenThreads) {

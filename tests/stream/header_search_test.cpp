@@ -58,7 +58,7 @@ class HeaderSearchTest : public testing::TestWithParam<SourceKind> {
 
 INSTANTIATE_TEST_SUITE_P(Sources, HeaderSearchTest,
                          testing::Values(SourceKind::memory, SourceKind::file, SourceKind::pipe),
-                         [](auto const& info) { return getName(info.param); });
+                         [](auto const& test) { return getName(test.param); });
 
 TEST_P(HeaderSearchTest, nothingIsFoundWhereThereIsNone) {
     EXPECT_EQ(find({}), std::nullopt);

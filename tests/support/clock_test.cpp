@@ -87,11 +87,11 @@ TEST(Clock, TakesAnyValue) {
 }
 
 TEST(Clock, TheYearWrapsBehind65535) {
-    // Half past the last hour of the year 65535: 179 eras of 400 years (146097 days) behind 2000
-    // lead to 73600, less 20 eras to 65600, less 65 years of 23741 days to 65535.
+    // The year 65600 lies 159 times 400 years of 146097 days behind 2000, and 65536 lies 64 years
+    // before it, 16 of them leap years.
     constexpr long long days2000 = 10957;
     constexpr long long days65600 = days2000 + 159LL * 146097;
-    constexpr long long days65536 = days65600 - (64 * 365 + 16); // leap: 65536, 65540 ... 65596
+    constexpr long long days65536 = days65600 - (64 * 365 + 16);
     EXPECT_EQ(text(days65536 * day - 1), "65535-12-31 23:59:59.999999");
     EXPECT_EQ(text(days65536 * day), "0-01-01 00:00:00.000000");
 }

@@ -39,9 +39,8 @@ TEST(EncodeChecker, TellsWhatIsMissing) {
     EncodeChecker const checker(buffer, 6);
     buffer.encode<unsigned int>(2);
     checker.check();
-    EXPECT_THAT(
-        messages.texts(MessageKind::Info),
-        ElementsAre("<<<<<<<\nEncoded 4b != dataLen of 6b (missing 2b)\n>>>>>>>\n"));
+    EXPECT_THAT(messages.texts(MessageKind::Info),
+                ElementsAre("<<<<<<<\nEncoded 4b != dataLen of 6b (missing 2b)\n>>>>>>>\n"));
     EXPECT_EQ(messages.texts().size(), 1U);
 }
 
@@ -52,9 +51,8 @@ TEST(EncodeChecker, TellsWhatIsTooMuchAsANegativeNumber) {
     EncodeChecker const checker(buffer, 1);
     buffer.encode<unsigned int>(2);
     checker.check();
-    EXPECT_THAT(
-        messages.texts(MessageKind::Info),
-        ElementsAre("<<<<<<<\nEncoded 4b != dataLen of 1b (missing -3b)\n>>>>>>>\n"));
+    EXPECT_THAT(messages.texts(MessageKind::Info),
+                ElementsAre("<<<<<<<\nEncoded 4b != dataLen of 1b (missing -3b)\n>>>>>>>\n"));
 }
 
 TEST(EncodeChecker, ReadsTheDifferenceAsASignedNumber) {

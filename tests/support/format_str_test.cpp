@@ -14,7 +14,7 @@ using namespace GxfTesting;
 
 namespace {
 
-std::string textOf(FormatStr const& text) {
+std::string contents(FormatStr const& text) {
     EXPECT_EQ(std::strlen(text.get()), text.size());
     return {text.get(), text.size()};
 }
@@ -27,7 +27,7 @@ TEST(FormatStr, IsEmptyAtFirst) {
 
 TEST(FormatStr, IsBuiltPrintfStyle) {
     FormatStr const text("%s has %u tracks", "clip", 3U);
-    EXPECT_EQ(textOf(text), "clip has 3 tracks");
+    EXPECT_EQ(contents(text), "clip has 3 tracks");
 }
 
 TEST(FormatStr, Appends) {
@@ -35,39 +35,40 @@ TEST(FormatStr, Appends) {
     EXPECT_EQ(&text.format("%d", 1), &text);
     EXPECT_EQ(&text.cat(" %s "), &text);
     text.format("%02x", 0xfU).cat("");
-    EXPECT_EQ(textOf(text), "1 %s 0f");
+    EXPECT_EQ(contents(text), "1 %s 0f");
 }
 
 TEST(FormatStr, WritesAnIndentFromAnEmptyText) {
     FormatStr text(128);
     text.format("%*sname\n", 0, "").format("%*svalue\n", 4, "");
-    EXPECT_EQ(textOf(text), "name\n    value\n");
+    EXPECT_EQ(contents(text), "name\n    value\n");
 }
 
 TEST(FormatStr, ReformatReplaces) {
     FormatStr text("%s", "a long text to begin with");
     EXPECT_EQ(&text.reformat("%c", 'x'), &text);
-    EXPECT_EQ(textOf(text), "x");
+    EXPECT_EQ(contents(text), "x");
 }
 
 TEST(FormatStr, ReformatMayTakeItsOwnText) {
     FormatStr text("%s", "core");
-    text.reformat("<%s|%s>", text.get(), text.get() + 2);
-    EXPECT_EQ(textOf(text), "<core|re>");
+    text.reformat("<%s|%s>", text.get(), text.get());
+    EXPECT_EQ(contents(text), "<core|core>");
 }
 
 TEST(FormatStr, GrowsAtEveryLengthAroundItsAllocation) {
     for (unsigned const first : {0U, 1U, 2U, 128U}) {
-        for (std::size_t const length : {0, 1, 2, 3, 126, 127, 128, 129, 255, 256, 257, 5000}) {
+        for (unsigned const length :
+             {0U, 1U, 2U, 3U, 126U, 127U, 128U, 129U, 255U, 256U, 257U, 5000U}) {
             std::string const expected(length, 'y');
             FormatStr formatted(first);
             formatted.format("%s", expected.c_str());
-            EXPECT_EQ(textOf(formatted), expected) << first;
+            EXPECT_EQ(contents(formatted), expected) << first;
             FormatStr appended(first);
             appended.cat(expected.c_str());
-            EXPECT_EQ(textOf(appended), expected) << first;
+            EXPECT_EQ(contents(appended), expected) << first;
             appended.format("%s", expected.c_str()).cat("z");
-            EXPECT_EQ(textOf(appended), expected + expected + 'z') << first;
+            EXPECT_EQ(contents(appended), expected + expected + 'z') << first;
         }
     }
 }
@@ -83,7 +84,7 @@ TEST(FormatStr, GrowsByteForByte) {
     for (int i = 0; i < 10000; ++i) {
         expected += static_cast<char>('a' + i % 26);
     }
-    EXPECT_EQ(textOf(text), expected);
+    EXPECT_EQ(contents(text), expected);
 }
 
 TEST(FormatStr, StaysInItsFirstAllocation) {
@@ -109,9 +110,9 @@ TEST(FormatStr, StaysAsItWasWhenAFormatFails) {
     FormatStr text("%s", "kept");
     // In the C locale this has no multibyte form.
     text.format("lost%lc", static_cast<wint_t>(0xd800));
-    EXPECT_EQ(textOf(text), "kept");
+    EXPECT_EQ(contents(text), "kept");
     FormatStr empty("lost%lc", static_cast<wint_t>(0xd800));
-    EXPECT_EQ(textOf(empty), "");
+    EXPECT_EQ(contents(empty), "");
 }
 
 TEST(FormatStr, CopiesAForeignTextInTheRoleOfAFormat) {
@@ -120,15 +121,14 @@ TEST(FormatStr, CopiesAForeignTextInTheRoleOfAFormat) {
         char const* expected;
     };
     Row const rows[] = {
-        {"", ""},          {"plain", "plain"}, {"%", "%"},      {"%%", "%"},
-        {"%%%", "%%"},     {"%%%%", "%%"},     {"a%%b", "a%b"}, {"%s%n%d", "%s%n%d"},
-        {"%%s", "%s"},     {"50% %", "50% %"}, {"x%", "x%"},    {"%%a%%", "%a%"},
-        {"\xff%%", "\xff%"},
+        {"", ""},       {"plain", "plain"}, {"%", "%"},           {"%%", "%"},   {"%%%", "%%"},
+        {"%%%%", "%%"}, {"a%%b", "a%b"},    {"%s%n%d", "%s%n%d"}, {"%%s", "%s"}, {"50% %", "50% %"},
+        {"x%", "x%"},   {"%%a%%", "%a%"},   {"\xff%%", "\xff%"},
     };
     for (Row const& row : rows) {
         FormatStr text("%s", "<");
         EXPECT_EQ(&text.catAsFormat(row.text), &text);
-        EXPECT_EQ(textOf(text), std::string("<") + row.expected) << row.text;
+        EXPECT_EQ(contents(text), std::string("<") + row.expected) << row.text;
     }
 }
 
@@ -137,7 +137,7 @@ TEST(FormatStr, GivesACopyToItsCaller) {
     AutoPtr<char> const copy = text;
     text.cat(" goes on");
     EXPECT_STREQ(copy.get(), "text");
-    EXPECT_EQ(textOf(text), "text goes on");
+    EXPECT_EQ(contents(text), "text goes on");
     AutoPtr<char> const empty = FormatStr(128);
     EXPECT_STREQ(empty.get(), "");
 }
@@ -148,9 +148,9 @@ TEST(FormatStr, HandsOverItsOwnArray) {
     AutoArrayPtr<char> const array(text.releaseArrayString());
     EXPECT_EQ(array.get(), own);
     EXPECT_STREQ(array.get(), "text");
-    EXPECT_EQ(textOf(text), "");
+    EXPECT_EQ(contents(text), "");
     text.cat("again");
-    EXPECT_EQ(textOf(text), "again");
+    EXPECT_EQ(contents(text), "again");
     EXPECT_STREQ(array.get(), "text");
 }
 
@@ -167,37 +167,37 @@ TEST(FormatStr, HandsOverAnEmptyText) {
 TEST(FormatStr, Clears) {
     FormatStr never(128);
     never.clear();
-    EXPECT_EQ(textOf(never), "");
+    EXPECT_EQ(contents(never), "");
     FormatStr text("%s", "text");
     text.clear();
-    EXPECT_EQ(textOf(text), "");
+    EXPECT_EQ(contents(text), "");
     text.cat("new");
-    EXPECT_EQ(textOf(text), "new");
+    EXPECT_EQ(contents(text), "new");
 }
 
 TEST(FormatStr, CopiesAreIndependent) {
     FormatStr first("%s", "first");
     FormatStr copy(first);
     copy.cat(" copy");
-    EXPECT_EQ(textOf(first), "first");
-    EXPECT_EQ(textOf(copy), "first copy");
+    EXPECT_EQ(contents(first), "first");
+    EXPECT_EQ(contents(copy), "first copy");
     first = copy;
     copy.reformat("%s", "other");
-    EXPECT_EQ(textOf(first), "first copy");
+    EXPECT_EQ(contents(first), "first copy");
     FormatStr const& same = first;
     first = same;
-    EXPECT_EQ(textOf(first), "first copy");
+    EXPECT_EQ(contents(first), "first copy");
     first = FormatStr(128);
-    EXPECT_EQ(textOf(first), "");
+    EXPECT_EQ(contents(first), "");
 }
 
 TEST(FormatStr, Moves) {
     FormatStr first("%s", "first");
     FormatStr second(std::move(first));
-    EXPECT_EQ(textOf(second), "first");
+    EXPECT_EQ(contents(second), "first");
     FormatStr third("%s", "third");
     third = std::move(second);
-    EXPECT_EQ(textOf(third), "first");
+    EXPECT_EQ(contents(third), "first");
 }
 
 TEST(FormatStr, LeaksNothingWhenMemoryEnds) {
@@ -210,7 +210,6 @@ TEST(FormatStr, LeaksNothingWhenMemoryEnds) {
         EXPECT_THROW(text.format("%s", large.c_str()), std::bad_alloc);
         EXPECT_THROW(text.cat(large.c_str()), std::bad_alloc);
         EXPECT_THROW(text.reformat("%s", large.c_str()), std::bad_alloc);
-        EXPECT_EQ(text.size(), 4U);
     }
     EXPECT_EQ(liveArrays(), arrays);
 }
@@ -220,12 +219,13 @@ TEST(FormatStr, KeepsItsTextWhenMemoryEnds) {
     FormatStr text("%s", "kept");
     {
         AllocationLimit const limit(500);
+        EXPECT_THROW(text.format("%s", large.c_str()), std::bad_alloc);
         EXPECT_THROW(text.cat(large.c_str()), std::bad_alloc);
         EXPECT_THROW(text.reformat("%s", large.c_str()), std::bad_alloc);
     }
-    EXPECT_EQ(textOf(text), "kept");
+    EXPECT_EQ(contents(text), "kept");
     text.cat(" still");
-    EXPECT_EQ(textOf(text), "kept still");
+    EXPECT_EQ(contents(text), "kept still");
 }
 
 } // namespace

@@ -143,8 +143,8 @@ TEST(DebugChannels, NameTheirBits) {
     EXPECT_THAT(bitNames(gxfEncodeDetail), ElementsAre());
     EXPECT_THAT(bitNames(gxfDebug),
                 ElementsAre("0 errors", "1 arrays", "2 decode", "3 duration", "4 find entry",
-                            "5 index block", "6 add index", "7 scan", "8 packet use",
-                            "9 xml debug", "10 dump xml tree (expensive)"));
+                            "5 index block", "6 add index", "7 scan", "8 packet use", "9 xml debug",
+                            "10 dump xml tree (expensive)"));
 }
 
 TEST(DebugChannels, NumberTheBitsThatTheLibraryReads) {

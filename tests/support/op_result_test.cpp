@@ -286,9 +286,9 @@ TEST(OpResult, RaisedInTwoThreadsLeavesWholeTraces) {
     std::thread other(raise);
     raise();
     other.join();
-    EXPECT_EQ(messages.texts(MessageKind::Trace),
-              std::vector<std::string>(2 * rounds,
-                                       "error badDecodeData: both (decode, umf.cpp:12)\n"));
+    EXPECT_EQ(
+        messages.texts(MessageKind::Trace),
+        std::vector<std::string>(2 * rounds, "error badDecodeData: both (decode, umf.cpp:12)\n"));
 }
 
 TEST(OpCodeLocation, KeepsWhatItIsGiven) {

@@ -11,10 +11,7 @@ using namespace GxfTypes;
 
 Clip::Clip(Input& input, bool quick) {
     while (StreamPacket const* const packet = input.next()) {
-        if (AutoRefPtr<MapPacket> const map = packet->packet->getMapPacket();
-            map.get() != nullptr && map->isValid()) {
-            m_map = map;
-        }
+        noteMap(*packet);
         if (AutoRefPtr<FieldLocTblPacket> const table = packet->packet->getFltPacket();
             table.get() != nullptr && packet->result) {
             m_table = table;
@@ -26,6 +23,23 @@ Clip::Clip(Input& input, bool quick) {
     }
     m_complete = input.endsInEos();
     joinTracks();
+}
+
+void Clip::noteMap(StreamPacket const& packet) {
+    AutoRefPtr<MapPacket> const map = packet.packet->getMapPacket();
+    if (map.get() == nullptr) {
+        return;
+    }
+    bool const tellsAnything = map->tracks.size() != 0 || map->materialData.size() != 0;
+    bool const replaces = m_map.get() == nullptr || !m_map->isValid();
+    if (map->isValid() || (tellsAnything && replaces)) {
+        m_map = map;
+    }
+}
+
+bool Clip::hasRates() const {
+    return m_map.get() != nullptr &&
+           (m_map->isValid() || m_map->tracks.getAnyTrackWithVideoRate() != nullptr);
 }
 
 void Clip::count(StreamPacket const& packet) {

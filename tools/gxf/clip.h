@@ -27,7 +27,7 @@ class Clip {
     /// Reads the stream's headers; `quick` no further than the first media packet.
     Clip(Input& input, bool quick);
 
-    /// Null without a valid MAP; else the last one of the stream.
+    /// The last valid MAP of the stream; without one, what can be read of a broken one; else null.
     GxfTypes::MapPacket const* map() const { return m_map.get(); }
     /// Null without one; else the last one of the stream.
     GxfTypes::FieldLocTblPacket const* table() const { return m_table.get(); }
@@ -38,6 +38,8 @@ class Clip {
     /// Packets by the name of their type, in the order in which the types first came.
     std::vector<std::pair<std::string, std::uint64_t>> const& packets() const { return m_packets; }
     bool isComplete() const { return m_complete; }
+    /// False when the rates of the MAP would be a guess, as all tracks of a broken one are lost.
+    bool hasRates() const;
 
     /// A number of the MAP's material data.
     std::optional<std::uint32_t> number(GxfTypes::MapTagType type) const;
@@ -47,6 +49,7 @@ class Clip {
     std::string stripedTimecode() const;
 
   private:
+    void noteMap(GxfStream::StreamPacket const& packet);
     void count(GxfStream::StreamPacket const& packet);
     void countMedia(GxfStream::StreamPacket const& packet);
     void joinTracks();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -31,6 +32,16 @@ struct StreamOptions {
 };
 
 void addStreamOptions(CLI::App& app, StreamOptions& options);
+
+/// The whole numbers that an option takes, both ends included.
+struct NumberRange {
+    std::uint64_t least;
+    std::uint64_t most;
+};
+
+/// An option with a number, in decimal digits alone.
+CLI::Option* addNumber(CLI::App& app, std::string const& name, NumberRange range,
+                       std::function<void(std::uint64_t)> store, std::string const& what);
 
 // Each adds its sub-command, which stores what is to be done in `chosen`.
 

@@ -57,8 +57,7 @@ class Extraction {
 
     int run() {
         while (StreamPacket const* const packet = m_input.next()) {
-            if (AutoRefPtr<MapPacket> const map = packet->packet->getMapPacket();
-                map.get() != nullptr && map->isValid()) {
+            if (AutoRefPtr<MapPacket> const map = mapOf(*packet); map.get() != nullptr) {
                 noteMap(*map);
             }
             MediaPacket const* const media = packet->media();
@@ -78,6 +77,10 @@ class Extraction {
         }
         finishWav();
         m_output.finish();
+        if (m_written == 0 && !m_options.fields.isAll()) {
+            return m_input.notFound("track " + std::to_string(m_options.track) +
+                                    " has nothing of " + m_options.fields.text());
+        }
         return m_input.status();
     }
 
@@ -100,7 +103,7 @@ class Extraction {
         m_fieldsPerSecond = map.tracks.getRealFieldRate();
         for (unsigned i = 0; i < map.tracks.size(); ++i) {
             if (map.tracks[i]->getTrackNum() == m_options.track) {
-                m_fieldsPerPicture = map.tracks[i]->getNumFields() == 1 ? 1 : 2;
+                m_fieldsPerPicture = fieldsPerPicture(map.tracks[i]);
             }
         }
     }
@@ -163,7 +166,7 @@ class Extraction {
         std::uint32_t const first = hdr.getMediaField();
         bool const isPicture = getTrackType(hdr.getMediaType()) == trackTypeVideo ||
                                getTrackType(hdr.getMediaType()) == trackTypeUnknown;
-        std::uint32_t const last = isPicture ? first + m_fieldsPerPicture - 1
+        std::uint64_t const last = isPicture ? std::uint64_t{first} + m_fieldsPerPicture - 1
                                              : lastFieldOf(hdr, nullptr, m_fieldsPerSecond);
         return last >= m_options.fields.first && first <= m_options.fields.last;
     }
@@ -178,21 +181,35 @@ class Extraction {
                                  std::to_string(end - 1) + " of " + std::to_string(held));
             end = std::min(end, held);
         }
+        m_samplesPerPacket = std::max(m_samplesPerPacket, held);
         if (!m_options.fields.isAll() && held != 0) {
-            // Every packet of a track holds the same number of samples, so that a packet's number
-            // follows from its field.
             double const perField = samplesPerField(m_fieldsPerSecond);
-            double const perPacket = static_cast<double>(held);
-            double const number = std::floor((hdr.getMediaField() + 1.0) * perField / perPacket);
-            double const base = number * perPacket;
+            double const base = firstSampleOf(hdr.getMediaField());
             auto const inPacket = [&](double field) {
-                double const sample = std::ceil(field * perField - 1e-6) - base;
-                return static_cast<std::uint64_t>(std::clamp(sample, 0.0, perPacket));
+                double const sample = firstSampleOfField(field, perField) - base;
+                return static_cast<std::uint64_t>(
+                    std::clamp(sample, 0.0, static_cast<double>(held)));
             };
             first = std::max(first, inPacket(m_options.fields.first));
             end = std::min(end, inPacket(m_options.fields.last + 1.0));
         }
         return {first, end > first ? end - first : 0};
+    }
+
+    static double firstSampleOfField(double field, double perField) {
+        return std::ceil(field * perField - 1e-6);
+    }
+
+    /// The clip's sample at which a packet with that field begins. Every packet of a track but its
+    /// last one holds the same number of samples, so that a packet's number follows from its field:
+    /// it is the last one that begins in it or before.
+    double firstSampleOf(std::uint32_t field) const {
+        double const perField = samplesPerField(m_fieldsPerSecond);
+        auto const perPacket = static_cast<double>(m_samplesPerPacket);
+        if (perPacket < perField) {
+            return firstSampleOfField(field, perField);
+        }
+        return (std::ceil((field + 1.0) * perField / perPacket - 1e-9) - 1) * perPacket;
     }
 
     void copy(Stretch const& wanted) {
@@ -271,6 +288,7 @@ class Extraction {
     std::optional<TrackMediaType> m_mediaType;
     double m_fieldsPerSecond = 60000.0 / 1001.0; // until a MAP tells
     std::uint32_t m_fieldsPerPicture = 2;
+    std::uint64_t m_samplesPerPacket = 0;
     std::uint64_t m_written = 0;
 };
 
@@ -281,9 +299,11 @@ void addExtract(CLI::App& app, Command& chosen) {
     CLI::App* const command =
         app.add_subcommand("extract", "One track's essence without the packets around it");
     addStreamOptions(*command, *options);
-    command->add_option("--track", options->track, "The track's number, as info prints it")
-        ->required()
-        ->check(CLI::Range(0, 63));
+    addNumber(
+        *command, "--track", {0, 63},
+        [options](std::uint64_t number) { options->track = static_cast<unsigned>(number); },
+        "The track's number, as info prints it")
+        ->required();
     command->add_option("-o,--output", options->output,
                         "Where it goes; standard output if not given. A name that ends in .wav "
                         "gets PCM with a WAV header");

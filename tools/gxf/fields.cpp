@@ -14,12 +14,42 @@ void FieldRange::check() const {
     }
 }
 
-void addFieldRange(CLI::App& app, FieldRange& fields) {
-    app.add_option("--first", fields.first, "The first field");
-    app.add_option("--last", fields.last, "The last field, itself included");
+std::string FieldRange::text() const {
+    if (last == std::numeric_limits<std::uint32_t>::max()) {
+        return "the fields from " + std::to_string(first) + " on";
+    }
+    return first == last ? "field " + std::to_string(first)
+                         : "the fields " + std::to_string(first) + " to " + std::to_string(last);
 }
 
-double samplesPerField(double fieldsPerSecond) { return 48000.0 / fieldsPerSecond; }
+void addFieldRange(CLI::App& app, FieldRange& fields) {
+    constexpr NumberRange range{0, std::numeric_limits<std::uint32_t>::max()};
+    addNumber(
+        app, "--first", range,
+        [&fields](std::uint64_t number) { fields.first = static_cast<std::uint32_t>(number); },
+        "The first field");
+    addNumber(
+        app, "--last", range,
+        [&fields](std::uint64_t number) { fields.last = static_cast<std::uint32_t>(number); },
+        "The last field, itself included");
+}
+
+double samplesPerField(double fieldsPerSecond) {
+    // A broken map can come to any rate.
+    return 48000.0 / std::clamp(fieldsPerSecond, 1.0, 1000.0);
+}
+
+AutoRefPtr<MapPacket> mapOf(GxfStream::StreamPacket const& packet) {
+    AutoRefPtr<MapPacket> map = packet.packet->getMapPacket();
+    if (map.get() != nullptr && !map->isValid() && map->tracks.size() == 0) {
+        map = nullptr;
+    }
+    return map;
+}
+
+std::uint32_t fieldsPerPicture(MapPacket::Track const* track) {
+    return track != nullptr && track->getNumFields() == 1 ? 1 : 2;
+}
 
 std::uint32_t lastFieldOf(MediaPacketHdr const& hdr, MapPacket::Track const* track,
                           double fieldsPerSecond) {
@@ -37,8 +67,7 @@ std::uint32_t lastFieldOf(MediaPacketHdr const& hdr, MapPacket::Track const* tra
         span = units;
         break;
     default:
-        span = static_cast<std::uint32_t>(
-            std::clamp(track != nullptr ? track->getNumFields() : 2, 1, 2));
+        span = fieldsPerPicture(track);
         break;
     }
     std::uint32_t const last = field + std::max(span, 1U) - 1;
@@ -47,7 +76,11 @@ std::uint32_t lastFieldOf(MediaPacketHdr const& hdr, MapPacket::Track const* tra
 
 TimecodeBlock::TimecodeBlock(MediaPacket const& media) : m_set(*media.perFrameTc) {
     constexpr unsigned end = PerFrameTcSet::entries - 1;
-    m_first = std::min<unsigned>(media.hdr.getFirstValid(), end);
+    // A packet that begins inside its block may leave it to its field to tell so.
+    unsigned const first = media.hdr.getFirstValid() != 0
+                               ? media.hdr.getFirstValid()
+                               : media.hdr.getMediaField() - m_set.firstField();
+    m_first = std::min(first, end);
     m_last = std::clamp<unsigned>(media.hdr.getLastValid(), m_first, end);
     for (unsigned i = 0; i <= end; ++i) {
         if (m_set.timecodes[i].valid) {
@@ -55,6 +88,9 @@ TimecodeBlock::TimecodeBlock(MediaPacket const& media) : m_set(*media.perFrameTc
             m_last = std::max(m_last, i);
         }
     }
+    unsigned const lastThereCanBe = std::numeric_limits<std::uint32_t>::max() - m_set.firstField();
+    m_last = std::min(m_last, lastThereCanBe);
+    m_first = std::min(m_first, m_last);
 }
 
 std::string TimecodeBlock::textOf(unsigned entry) const {

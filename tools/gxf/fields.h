@@ -4,7 +4,7 @@
 #include <limits>
 #include <string>
 
-#include <gxftypes/packet/gxf.h>
+#include <gxfstream/packet_reader.h>
 
 #include "command.h"
 
@@ -17,6 +17,8 @@ struct FieldRange {
 
     bool holds(std::uint32_t field) const { return field >= first && field <= last; }
     bool isAll() const { return first == 0 && last == std::numeric_limits<std::uint32_t>::max(); }
+    /// "the fields 10 to 19".
+    std::string text() const;
     /// Throws NotDone for a range that holds nothing.
     void check() const;
 };
@@ -27,13 +29,20 @@ void addFieldRange(CLI::App& app, FieldRange& fields);
 /// Samples of audio per field at 48 kHz.
 double samplesPerField(double fieldsPerSecond);
 
+/// The packet's map; null when it isn't one, or holds no track that can be read.
+GxfTypes::AutoRefPtr<GxfTypes::MapPacket> mapOf(GxfStream::StreamPacket const& packet);
+
+/// What a track numbers a picture with, 1 or 2. `track` is the MAP's, or null.
+std::uint32_t fieldsPerPicture(GxfTypes::MapPacket::Track const* track);
+
 /// The last field that a media packet holds something of, as far as the packet and its track tell.
 /// `track` is the MAP's, or null.
 std::uint32_t lastFieldOf(GxfTypes::MediaPacketHdr const& hdr,
                           GxfTypes::MapPacket::Track const* track, double fieldsPerSecond);
 
 /// The entries of a block of timecodes that stand for fields of the clip: those that the packet
-/// calls valid, and any other that holds a timecode.
+/// calls valid, and any other that holds a timecode. None of them lies behind the last field that
+/// there can be.
 class TimecodeBlock {
   public:
     /// REQUIRES: a timecode packet with a block.

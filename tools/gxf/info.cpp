@@ -35,10 +35,8 @@ ordered_json materialJson(Clip const& clip) {
 /// What the MAP says of a track.
 void addDescription(ordered_json& json, Clip const& clip, TrackFacts const& facts) {
     MapPacket::Track const& track = *clip.mapTrack(facts);
-    UmfTrackNum const number =
-        clip.map()->tracks.getUmfTrackNum(static_cast<unsigned char>(*facts.mapIndex));
-    if (number.trackType != trackTypeEncodingNone) {
-        json["umfTrack"] = umfTrackText(number);
+    if (std::string const number = umfTrackText(clip, facts); !number.empty()) {
+        json["umfTrack"] = number;
     }
     if (char const* const name = track.getMediaName()) {
         json["media"] = toUtf8(name);
@@ -91,6 +89,8 @@ ordered_json clipJson(Input const& input, Clip const& clip, bool quickly) {
     }
     if (clip.map() != nullptr) {
         json["material"] = materialJson(clip);
+    }
+    if (clip.hasRates()) {
         json["rates"] = {{"frame", clip.map()->tracks.getRealFrameRate()},
                          {"field", clip.map()->tracks.getRealFieldRate()}};
     }

@@ -122,8 +122,10 @@ std::string materialText(Clip const& clip) {
         lines.add("Mark out", markText(*mark, clip, time));
     }
     lines.add("Timecode", clip.stripedTimecode());
-    lines.add("Rates", rateText(clip.map()->tracks.getRealFrameRate()) + " frames/s, " +
-                           rateText(clip.map()->tracks.getRealFieldRate()) + " fields/s");
+    if (clip.hasRates()) {
+        lines.add("Rates", rateText(clip.map()->tracks.getRealFrameRate()) + " frames/s, " +
+                               rateText(clip.map()->tracks.getRealFieldRate()) + " fields/s");
+    }
     return lines.text();
 }
 
@@ -147,10 +149,8 @@ std::string tracksText(Clip const& clip, bool quickly) {
         row.resize(8);
         std::string name = "(not in the map)";
         if (MapPacket::Track const* const track = clip.mapTrack(facts)) {
-            UmfTrackNum const number =
-                clip.map()->tracks.getUmfTrackNum(static_cast<unsigned char>(*facts.mapIndex));
             bool const hasShape = track->getAspectRatio() != aspectRatioUnknown;
-            row[1] = number.trackType != trackTypeEncodingNone ? umfTrackText(number) : "";
+            row[1] = forPeople(umfTrackText(clip, facts));
             row[4] = getName(track->getFrameRate());
             row[5] = pictureText(*track);
             row[6] = hasShape ? getName(track->getAspectRatio()) : "";
@@ -201,7 +201,19 @@ std::string stateText(Input const& input, Clip const& clip, bool quickly) {
 } // namespace
 
 std::string umfTrackText(UmfTrackNum const& number) {
-    return {static_cast<char>(number.trackType), static_cast<char>(number.trackNumber)};
+    char const text[] = {static_cast<char>(number.trackType),
+                         static_cast<char>(number.trackNumber)};
+    return toUtf8({text, sizeof(text)});
+}
+
+std::string umfTrackText(Clip const& clip, TrackFacts const& facts) {
+    // The library looks a track up by 8 bits.
+    if (!facts.mapIndex || *facts.mapIndex > 0xFF) {
+        return {};
+    }
+    UmfTrackNum const number =
+        clip.map()->tracks.getUmfTrackNum(static_cast<unsigned char>(*facts.mapIndex));
+    return number.trackType != trackTypeEncodingNone ? umfTrackText(number) : "";
 }
 
 std::string clipText(Input const& input, Clip const& clip, bool quickly) {

@@ -1,5 +1,6 @@
 #include "input.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -29,7 +30,8 @@ bool isPipe(std::string const& path) {
 } // namespace
 
 Input::Input(StreamOptions const& options)
-    : m_name(options.file == "-" ? "standard input" : options.file) {
+    : m_name(options.file == "-" ? "standard input" : options.file),
+      m_isStandard(options.file == "-") {
     open(options);
     m_reader = std::make_unique<PacketReader>(*m_source,
                                               [this](StreamFault const& fault) { onFault(fault); });
@@ -45,7 +47,7 @@ Input::~Input() {
 }
 
 void Input::open(StreamOptions const& options) {
-    if (options.file == "-") {
+    if (m_isStandard) {
         if (::isatty(STDIN_FILENO) != 0) {
             throw NotDone("standard input is a terminal; give a file, or pipe a stream in");
         }
@@ -72,11 +74,7 @@ StreamPacket const* Input::next() {
     if (packet == nullptr) {
         m_progress.stop();
         if (!m_anyPacket) {
-            throw NotDone(m_source->size() == std::uint64_t{0}
-                              ? m_name + ": is empty; give a GXF stream"
-                          : m_from != 0 ? m_name + ": no GXF packet at or behind offset " +
-                                              std::to_string(m_from) + "; give a smaller offset"
-                                        : m_name + ": no GXF packet in it; give a GXF stream");
+            hasNoPacket();
         }
         return nullptr;
     }
@@ -90,6 +88,20 @@ StreamPacket const* Input::next() {
     return packet;
 }
 
+void Input::hasNoPacket() const {
+    if (m_readFailed) {
+        throw NotDone(m_name + ": " + m_source->error() + "; give a GXF stream that can be read");
+    }
+    if (m_source->size() == std::uint64_t{0}) {
+        throw NotDone(m_name + ": is empty; give a GXF stream");
+    }
+    if (m_from != 0) {
+        throw NotDone(m_name + ": no GXF packet at or behind offset " + std::to_string(m_from) +
+                      "; give a smaller offset");
+    }
+    throw NotDone(m_name + ": no GXF packet in it; give a GXF stream");
+}
+
 void Input::seek(std::uint64_t offset) {
     m_from = offset;
     m_reader->seek(offset);
@@ -98,8 +110,7 @@ void Input::seek(std::uint64_t offset) {
 bool Input::isSameFile(std::string const& path) const {
     struct stat mine {};
     struct stat other {};
-    int const result =
-        m_name == "standard input" ? ::fstat(STDIN_FILENO, &mine) : ::stat(m_name.c_str(), &mine);
+    int const result = m_isStandard ? ::fstat(STDIN_FILENO, &mine) : ::stat(m_name.c_str(), &mine);
     return result == 0 && ::stat(path.c_str(), &other) == 0 && mine.st_dev == other.st_dev &&
            mine.st_ino == other.st_ino && S_ISREG(other.st_mode);
 }
@@ -115,10 +126,15 @@ int Input::status() const {
     return m_faults != 0 ? withFaults : done;
 }
 
+int Input::notFound(std::string const& what) {
+    m_progress.clearLine();
+    std::fprintf(stderr, "%s: %s\n", inOneLine(forPeople(m_name)).c_str(), what.c_str());
+    return std::max<int>(status(), withFaults);
+}
+
 void Input::onFault(StreamFault const& fault) {
     m_readFailed = m_readFailed || fault.kind == StreamFault::io;
-    // A failure to read is told whatever the bytes are.
-    if (m_anyPacket || fault.kind == StreamFault::io) {
+    if (m_anyPacket) {
         tell(fault);
     } else {
         m_untold.push_back(fault);
@@ -128,8 +144,9 @@ void Input::onFault(StreamFault const& fault) {
 void Input::tell(StreamFault const& fault) {
     ++m_faults;
     m_progress.clearLine();
-    std::fprintf(stderr, "%s: error at offset %" PRIu64 ": %s\n", m_name.c_str(), fault.offset,
-                 forPeople(fault.text).c_str());
+    std::fprintf(stderr, "%s: error at offset %" PRIu64 ": %s\n",
+                 inOneLine(forPeople(m_name)).c_str(), fault.offset,
+                 inOneLine(forPeople(fault.text)).c_str());
 }
 
 } // namespace Gxf

@@ -43,13 +43,17 @@ class Input {
     unsigned long long faults() const { return m_faults; }
     /// 0, or 1 with faults, or 2 when the stream couldn't be read to its end.
     int status() const;
+    /// Tells that the stream hasn't got what was asked for. Returns the status then, 1 or 2.
+    int notFound(std::string const& what);
 
   private:
     void open(StreamOptions const& options);
     void onFault(GxfStream::StreamFault const& fault);
     void tell(GxfStream::StreamFault const& fault);
+    [[noreturn]] void hasNoPacket() const;
 
     std::string m_name;
+    bool m_isStandard;
     int m_descriptor = -1; ///< of a pipe that this object opened
     std::unique_ptr<GxfStream::ByteSource> m_source;
     std::unique_ptr<GxfStream::PacketReader> m_reader;

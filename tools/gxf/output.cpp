@@ -17,7 +17,7 @@ namespace Gxf {
 
 namespace {
 
-constexpr int interrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+constexpr int interrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT, SIGXCPU};
 
 // The unfinished file, for the signal handler, which may only look at plain memory.
 char unfinishedPath[4096];
@@ -45,16 +45,67 @@ void watchUnfinished(std::string const& path) {
 
 std::string reason() { return std::generic_category().message(errno); }
 
+/// `errno` tells why a path can't be looked at.
 bool isSpecial(std::string const& path) {
     struct stat status {};
+    errno = 0;
     return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-/// Through symbolic links, so that what they point to is replaced and they stay.
+/// Through symbolic links, so that what they point to is replaced or made, and they stay.
 std::string targetOf(std::string const& path) {
-    std::error_code ignored;
-    std::filesystem::path const target = std::filesystem::canonical(path, ignored);
-    return ignored ? path : target.string();
+    constexpr int mostLinks = 40; // as many as the system follows
+    std::filesystem::path target = path;
+    for (int i = 0; i < mostLinks; ++i) {
+        std::error_code isNoLink;
+        std::filesystem::path const next = std::filesystem::read_symlink(target, isNoLink);
+        if (isNoLink) {
+            break;
+        }
+        target = target.parent_path() / next;
+    }
+    return target.string();
+}
+
+/// A file beside the target, whose name fits wherever the target's does.
+std::string temporaryFor(std::string const& target) {
+    constexpr std::size_t longestPart = 200;
+    std::filesystem::path const path(target);
+    std::string const name = path.filename().string().substr(0, longestPart);
+    return (path.parent_path() / ("." + name + ".XXXXXX")).string();
+}
+
+[[noreturn]] void cantWrite(std::string const& path, char const* advice) {
+    throw NotDone(path + ": can't be written, " + reason() + "; " + advice);
+}
+
+/// No interrupt comes while it lives.
+class InterruptsHeld {
+  public:
+    InterruptsHeld() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (int const signal : interrupts) {
+            sigaddset(&held, signal);
+        }
+        ::sigprocmask(SIG_BLOCK, &held, &m_before);
+    }
+    ~InterruptsHeld() { ::sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    InterruptsHeld(InterruptsHeld const&) = delete;
+    InterruptsHeld& operator=(InterruptsHeld const&) = delete;
+
+  private:
+    sigset_t m_before;
+};
+
+/// Makes the file of that pattern, which an interrupt removes again. Negative when it can't.
+int openTemporary(std::string& pattern) {
+    InterruptsHeld const held;
+    int const descriptor = ::mkostemp(pattern.data(), O_CLOEXEC);
+    if (descriptor >= 0) {
+        watchUnfinished(pattern);
+    }
+    return descriptor;
 }
 
 mode_t modeFor(std::string const& path) {
@@ -88,23 +139,25 @@ Output::Output(Output&& other) noexcept
 Output Output::standard() { return {stdout, "standard output", {}}; }
 
 Output Output::file(std::string const& path) {
+    if (path.empty()) {
+        throw NotDone("the output has an empty name; give one");
+    }
     if (isSpecial(path)) {
         std::FILE* const stream = std::fopen(path.c_str(), "wb");
         if (stream == nullptr) {
-            throw NotDone(path + ": can't be written, " + reason());
+            cantWrite(path, "choose another output name");
         }
         return {stream, path, {}};
     }
-    std::string const target = targetOf(path);
-    std::filesystem::path const name(target);
-    std::string temporary =
-        (name.parent_path() / ("." + name.filename().string() + ".XXXXXX")).string();
-    int const descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (descriptor < 0) {
-        throw NotDone(path + ": can't be written, " + reason() +
-                      "; choose a folder that exists and may be written to");
+    if (errno == ENAMETOOLONG || errno == ELOOP) {
+        cantWrite(path, "choose another output name");
     }
-    watchUnfinished(temporary);
+    std::string const target = targetOf(path);
+    std::string temporary = temporaryFor(target);
+    int const descriptor = openTemporary(temporary);
+    if (descriptor < 0) {
+        cantWrite(path, "choose a folder that exists and may be written to");
+    }
     ::fchmod(descriptor, modeFor(target));
     return {::fdopen(descriptor, "wb"), target, temporary};
 }
@@ -161,7 +214,10 @@ int Output::finish() {
 }
 
 void Output::fail() {
-    throw NotDone(m_path + ": writing failed, " + reason() + "; nothing of it is kept");
+    throw NotDone(m_path + ": writing failed, " + reason() +
+                  (m_temporary.empty() ? "; what arrived there isn't whole"
+                                       : "; nothing of it is kept, make room or choose another "
+                                         "output name"));
 }
 
 } // namespace Gxf

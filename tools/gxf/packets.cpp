@@ -1,4 +1,5 @@
 #include <cinttypes>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -112,11 +113,16 @@ void addPackets(CLI::App& app, Command& chosen) {
     command
         ->add_option("--type", options->types,
                      "Only packets of these types: map, media, fieldLocTbl, umfFile, EOS, reserved")
-        ->delimiter(',');
-    command->add_option("--limit", options->limit, "Stop behind this many lines")
-        ->check(CLI::PositiveNumber);
-    command->add_option("--from", options->from,
-                        "Begin with the first packet at or behind this byte offset");
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
+    addNumber(
+        *command, "--limit", {1, most},
+        [options](std::uint64_t number) { options->limit = number; },
+        "Stop behind this many lines");
+    addNumber(
+        *command, "--from", {0, most}, [options](std::uint64_t number) { options->from = number; },
+        "Begin with the first packet at or behind this byte offset");
     command->add_flag("--json", options->json, "One JSON object per line");
     command->footer("Example: gxf packets --type map,umfFile --limit 5 clip.gxf");
     command->callback([options, &chosen] { chosen = [options] { return run(*options); }; });

@@ -2,6 +2,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "fields.h"
 #include "input.h"
@@ -31,15 +32,16 @@ struct TimecodeDigits {
 
 /// "HH:MM:SS:FF", with ';' or '.' in front of the frames for drop frame. Throws NotDone.
 TimecodeDigits parseTimecode(std::string const& text) {
+    static std::regex const form("(\\d{1,2}):(\\d{1,2}):(\\d{1,2})[:;.](\\d{1,2})");
+    std::smatch match;
     TimecodeDigits parsed;
     unsigned* const d = parsed.digits;
-    char separator = 0;
-    int consumed = 0;
-    bool const matches = std::sscanf(text.c_str(), "%2u:%2u:%2u%c%2u%n", &d[0], &d[1], &d[2],
-                                     &separator, &d[3], &consumed) == 5 &&
-                         static_cast<std::size_t>(consumed) == text.size() &&
-                         (separator == ':' || separator == ';' || separator == '.');
-    if (!matches || d[0] > 23 || d[1] > 59 || d[2] > 59) {
+    if (std::regex_match(text, match, form)) {
+        for (unsigned i = 0; i < 4; ++i) {
+            d[i] = static_cast<unsigned>(std::stoul(match[i + 1]));
+        }
+    }
+    if (match.empty() || d[0] > 23 || d[1] > 59 || d[2] > 59) {
         throw NotDone("--timecode: '" + text + "' is no timecode; give HH:MM:SS:FF");
     }
     return parsed;
@@ -72,7 +74,8 @@ class Finder {
         Track& track = m_tracks[place.track];
         if (place.firstField > m_field) {
             track.isBehind = true;
-        } else if (!track.best || place.firstField >= track.best->firstField) {
+        } else if (place.lastField >= m_field &&
+                   (!track.best || place.firstField >= track.best->firstField)) {
             track.best = place;
         }
     }
@@ -90,12 +93,11 @@ class Finder {
         return true;
     }
 
-    /// A packet holds all fields in front of the next one of its track; the last one of a track
-    /// what it tells itself.
+    /// Of two packets that hold something of the field, the one that begins later.
     std::vector<Place> found() const {
         std::vector<Place> places;
         for (auto const& [number, track] : m_tracks) {
-            if (track.best && (track.isBehind || track.best->lastField >= m_field)) {
+            if (track.best) {
                 places.push_back(*track.best);
             }
         }
@@ -131,31 +133,25 @@ class Seek {
             }
         }
         if (!m_field && !resolveByStripe()) {
-            return notFound("has no field with the timecode " + m_options.timecode);
+            return m_input.notFound("has no field with the timecode " + m_options.timecode);
         }
         startFinding();
         std::vector<Place> const places = m_finder->found();
         print(places);
         if (places.empty()) {
-            return notFound("has no packet that holds field " + std::to_string(*m_field));
+            return m_input.notFound("has no packet that holds field " + std::to_string(*m_field));
         }
         return m_input.status();
     }
 
   private:
-    int notFound(std::string const& what) const {
-        std::fprintf(stderr, "%s: %s\n", m_input.name().c_str(), what.c_str());
-        return std::max<int>(m_input.status(), withFaults);
-    }
-
     void note(StreamPacket const& packet) {
-        if (AutoRefPtr<MapPacket> const map = packet.packet->getMapPacket();
-            map.get() != nullptr && map->isValid()) {
+        if (AutoRefPtr<MapPacket> const map = mapOf(packet); map.get() != nullptr) {
             m_map = map;
             m_tracksOfClip = map->tracks.size();
         }
         if (AutoRefPtr<FieldLocTblPacket> const table = packet.packet->getFltPacket();
-            table.get() != nullptr) {
+            table.get() != nullptr && packet.result) {
             m_table = table;
         }
         MediaPacket const* const media = packet.media();
@@ -202,6 +198,7 @@ class Seek {
         if (media.perFrameTc.get() == nullptr) {
             return false;
         }
+        m_hasTimecodes = true;
         TimecodeBlock const block(media);
         for (unsigned i = block.firstEntry(); i <= block.lastEntry(); ++i) {
             if (block[i].valid && digitsOf(block[i]) == m_wanted) {
@@ -214,7 +211,7 @@ class Seek {
 
     /// Without timecode packets the MAP's timecode of the first field tells.
     bool resolveByStripe() {
-        if (m_map.get() == nullptr || !m_map->tracks.stripedTc.valid) {
+        if (m_hasTimecodes || m_map.get() == nullptr || !m_map->tracks.stripedTc.valid) {
             return false;
         }
         PerFrameTimecode const& striped = m_map->tracks.stripedTc;
@@ -295,6 +292,7 @@ class Seek {
     AutoRefPtr<MapPacket> m_map;
     AutoRefPtr<FieldLocTblPacket> m_table;
     unsigned m_tracksOfClip = 0;
+    bool m_hasTimecodes = false;
     std::optional<Finder> m_finder;
     std::vector<Place> m_places; ///< while the field isn't known
 };
@@ -305,7 +303,10 @@ void addSeek(CLI::App& app, Command& chosen) {
     auto const options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("seek", "Where a field or a timecode lies");
     addStreamOptions(*command, *options);
-    CLI::Option* const field = command->add_option("--field", options->field, "The field's number");
+    CLI::Option* const field = addNumber(
+        *command, "--field", {0, std::numeric_limits<std::uint32_t>::max()},
+        [options](std::uint64_t number) { options->field = static_cast<std::uint32_t>(number); },
+        "The field's number");
     command->add_option("--timecode", options->timecode, "HH:MM:SS:FF")->excludes(field);
     command->add_flag("--json", options->json, "One JSON object");
     command->footer("Example: gxf seek --timecode 10:00:00:20 clip.gxf");

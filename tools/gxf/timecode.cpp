@@ -23,16 +23,11 @@ struct Options : StreamOptions {
 /// Writes one row for each field in the chosen form.
 class Rows {
   public:
-    Rows(Options const& options, Output& output) : m_options(options), m_output(output) {
-        if (m_options.json) {
-            m_output.write("{\"timecodes\": [");
-        } else if (m_options.csv) {
-            m_output.write("field,timecode\n");
-        }
-    }
+    Rows(Options const& options, Output& output) : m_options(options), m_output(output) {}
 
     /// An empty timecode for a field without a valid one.
     void add(unsigned field, std::string const& timecode) {
+        begin();
         if (m_options.json) {
             ordered_json row = {{"field", field}, {"timecode", nullptr}};
             if (!timecode.empty()) {
@@ -49,6 +44,7 @@ class Rows {
     }
 
     void finish() {
+        begin();
         if (m_options.json) {
             m_output.write(m_count == 0 ? "]}\n" : "\n]}\n");
         }
@@ -58,6 +54,18 @@ class Rows {
     unsigned long long count() const { return m_count; }
 
   private:
+    /// Not before a stream has shown that it is one.
+    void begin() {
+        if (m_count != 0) {
+            return;
+        }
+        if (m_options.json) {
+            m_output.write("{\"timecodes\": [");
+        } else if (m_options.csv) {
+            m_output.write("field,timecode\n");
+        }
+    }
+
     Options const& m_options;
     Output& m_output;
     unsigned long long m_count = 0;
@@ -90,9 +98,13 @@ int run(Options const& options) {
         }
     }
     rows.finish();
+    std::string const ofTrack =
+        options.track ? " of track " + std::to_string(*options.track) : std::string();
     if (!anyBlock) {
-        std::fprintf(stderr, "%s: has no timecode packets%s\n", input.name().c_str(),
-                     options.track ? " of that track" : "");
+        return input.notFound("has no timecode packets" + ofTrack);
+    }
+    if (rows.count() == 0) {
+        return input.notFound("has no timecodes" + ofTrack + " of " + options.fields.text());
     }
     return input.status();
 }
@@ -104,8 +116,10 @@ void addTimecode(CLI::App& app, Command& chosen) {
     CLI::App* const command = app.add_subcommand("timecode", "The timecode of every field");
     addStreamOptions(*command, *options);
     addFieldRange(*command, options->fields);
-    command->add_option("--track", options->track,
-                        "The timecode track, if not the first one of the stream");
+    addNumber(
+        *command, "--track", {0, 63},
+        [options](std::uint64_t number) { options->track = static_cast<unsigned>(number); },
+        "The timecode track, if not the first one of the stream");
     CLI::Option* const csv =
         command->add_flag("--csv", options->csv, "Comma-separated, with a line of headings");
     command->add_flag("--json", options->json, "One JSON object")->excludes(csv);
