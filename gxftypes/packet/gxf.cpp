@@ -32,17 +32,6 @@ void Packet::resetPrivate(PacketType packetType) {
     trailerE2 = 0xE2;
 }
 
-void Packet::resetPrivate(Packet const& source) {
-    fileOffset = source.fileOffset;
-    leader = source.leader;
-    leaderMark = source.leaderMark;
-    type = source.type;
-    length = source.length;
-    reserved = source.reserved;
-    trailerE1 = source.trailerE1;
-    trailerE2 = source.trailerE2;
-}
-
 AutoPtr<Packet> Packet::getAutoHdrPtr() { return AutoPtr<Packet>(); }
 
 OpResult Packet::encode(GxfBuffer& buffer) const {
@@ -77,11 +66,6 @@ AutoRefPtr<UmfPacket> Packet::getUmfPacket() { return nullptr; }
 AutoRefPtr<FieldLocTblPacket> Packet::getFltPacket() { return nullptr; }
 AutoRefPtr<EndOfStreamPacket> Packet::getEosPacket() { return nullptr; }
 
-bool Packet::isValid() const {
-    return isValid(type) && leaderMark == 1 && leader == 0 && length >= headerSize &&
-           reserved == 0 && trailerE1 == 0xE1 && trailerE2 == 0xE2;
-}
-
 AutoPtr<char> Packet::toString() const { return textOf(*this); }
 
 FormatStr& Packet::toString(unsigned, FormatStr& text) const {
@@ -98,7 +82,7 @@ int Packet::preserve() {
 }
 
 int Packet::release() {
-    int const count = --refCount;
+    int const count = refCount.dropReference();
     if (count == 0) {
         pool.recycle(*this);
     } else if (count < 0) {
@@ -129,13 +113,15 @@ OpResult PacketHeader::decode(GxfBuffer& buffer) {
         return gxfError(GxfOpSubsystem::badDecodeSize);
     }
     fileOffset = buffer.beginOffset();
-    leader = buffer.decodeUint32();
-    leaderMark = buffer.decodeUint8();
-    type = static_cast<PacketType>(buffer.decodeUint8());
-    length = buffer.decodeUint32();
-    reserved = buffer.decodeUint32();
-    trailerE1 = buffer.decodeUint8();
-    trailerE2 = buffer.decodeUint8();
+    unsigned char spare[headerSize];
+    unsigned char const* const bytes = buffer.takeBytes(spare);
+    leader = loadMsbf<std::uint32_t>(bytes);
+    leaderMark = bytes[4];
+    type = static_cast<PacketType>(bytes[5]);
+    length = loadMsbf<std::uint32_t>(bytes + 6);
+    reserved = loadMsbf<std::uint32_t>(bytes + 10);
+    trailerE1 = bytes[14];
+    trailerE2 = bytes[15];
     if (gxfDecodeDetail.get() > 3) {
         infoMsg("end Packet Header decode: %s\n", toString().get());
     }
@@ -200,7 +186,7 @@ AutoRefPtr<Packet> PacketPool::allocReset(PacketType type, ResetFrom const& from
     return packet;
 }
 
-AutoRefPtr<Packet> PacketPool::allocLokd(PacketType type) {
+inline AutoRefPtr<Packet> PacketPool::allocLokd(PacketType type) {
     Packet* packet = takeFree(type);
     if (packet == nullptr) {
         packet = create(type);
@@ -209,14 +195,14 @@ AutoRefPtr<Packet> PacketPool::allocLokd(PacketType type) {
         gxfError(GxfOpSubsystem::internalError);
         return nullptr;
     }
-    if (++packet->refCount != 1) {
+    if (packet->refCount.takeFirstReference() != 1) {
         gxfError(GxfOpSubsystem::internalError);
     }
     return {packet, preReferenced};
 }
 
 /// A free packet of that type, which the caller owns now, or null.
-Packet* PacketPool::takeFree(PacketType type) {
+inline Packet* PacketPool::takeFree(PacketType type) {
     if (type == packetTypeMedia) {
         if (freeMedia.empty()) {
             return nullptr;

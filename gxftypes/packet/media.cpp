@@ -110,12 +110,6 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
     }
 }
 
-void MediaPacket::keepTcSet() {
-    if (perFrameTc.get() != nullptr) {
-        m_spareTcSet = perFrameTc;
-    }
-}
-
 AutoPtr<PerFrameTcSet> MediaPacket::makeTcSet() {
     if (m_spareTcSet.get() == nullptr) {
         return AutoPtr<PerFrameTcSet>(new PerFrameTcSet(hdr.getMediaField(), hdr.getTimeline()));
@@ -135,7 +129,7 @@ bool MediaPacket::needsAllData(GxfBuffer& buffer) const {
         gxfError(GxfOpSubsystem::internalError);
         return false;
     }
-    return getTrackType(static_cast<TrackMediaType>(*buffer.ptrBegin())) == trackTypeTimecode;
+    return MediaPacketHdr::isTimecodeType(*buffer.ptrBegin());
 }
 
 FormatStr& MediaPacket::toString(unsigned indent, FormatStr& text) const {

@@ -50,7 +50,11 @@ class MediaPacket : public Packet {
     void decodeGopHeader();
     void decodeSequenceHeader();
     void decodeTimecodes(GxfBuffer& buffer);
-    void keepTcSet();
+    void keepTcSet() {
+        if (perFrameTc.get() != nullptr) {
+            m_spareTcSet = perFrameTc;
+        }
+    }
     AutoPtr<PerFrameTcSet> makeTcSet();
 
     // Kept between uses, so that a stream's timecode packets don't allocate.

@@ -10,6 +10,9 @@ namespace {
 enum class MediaBytes { none, validRange, blockCount, picture };
 
 MediaBytes mediaBytesOf(unsigned mediaType) {
+    if (MediaPacketHdr::isMpegType(mediaType)) {
+        return MediaBytes::picture;
+    }
     switch (mediaType) {
     case trackMediaTimecode_525:
     case trackMediaTimecode_625:
@@ -28,20 +31,9 @@ MediaBytes mediaBytesOf(unsigned mediaType) {
     case trackMediaDv50_625:
     case trackMediaDv100:
         return MediaBytes::blockCount;
-    case trackMediaMpeg2_525:
-    case trackMediaMpeg2_625:
-    case trackMediaMpeg2Hd:
-    case trackMediaMpeg1_525:
-    case trackMediaMpeg1_625:
-        return MediaBytes::picture;
     default:
         return MediaBytes::none;
     }
-}
-
-bool isTimecodeType(unsigned mediaType) {
-    return mediaType == trackMediaTimecode_525 || mediaType == trackMediaTimecode_625 ||
-           mediaType == trackMediaTimecodeHd;
 }
 
 unsigned truncated(double value) { return static_cast<unsigned>(truncateToInt64(value)); }
@@ -62,43 +54,6 @@ unsigned GxfIndexer::IndexBlock::getPacketNumber(unsigned field, TrackDetail con
 
 unsigned GxfIndexer::IndexBlock::getPacketField(unsigned field, TrackDetail const& detail) {
     return truncated(getPacketNumber(field, detail) * detail.fldStride + 0.5);
-}
-
-void MediaPacketHdr::reset() {
-    mediaFieldZero = 0xFFFFFFFF;
-    anchor = 0;
-    isTimecodeBit = 0;
-    isMpegBit = 0;
-    closedGop = 0;
-    mpegPlusBit = 0;
-    mpegPictureHeight = 0;
-    mpegPictureWidth = 0;
-    timelineValid = 0;
-    mediaType = 0;
-    trackByte = 0xFF;
-    mediaField = 0xFFFFFFFF;
-    std::memset(mediaBytes, 0, sizeof(mediaBytes));
-    timeline = 0xFFFFFFFF;
-}
-
-void MediaPacketHdr::decode(GxfBuffer& buffer) {
-    mediaType = buffer.decodeUint8();
-    trackByte = buffer.decodeUint8();
-    mediaField = buffer.decodeUint32();
-    mediaFieldZero = mediaField;
-    for (std::uint8_t& byte : mediaBytes) {
-        byte = buffer.decodeUint8();
-    }
-    timeline = buffer.decodeUint32();
-    timelineValid = buffer.decodeUint8() & 1U;
-    closedGop = 0;
-    if (mediaBytesOf(mediaType) == MediaBytes::picture) {
-        isMpegBit = 1;
-        mpegPlusBit = 1;
-    }
-    if (isTimecodeType(mediaType)) {
-        isTimecodeBit = 1;
-    }
 }
 
 unsigned MediaPacketHdr::getMpegByteCount() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include <gxftypes/packet/vocabulary.h>
 
@@ -50,8 +51,17 @@ struct IndexBlock {
 struct MediaPacketHdr {
     static constexpr unsigned wireSize = 16;
 
-    MediaPacketHdr() { reset(); }
-    void reset();
+    static bool isTimecodeType(unsigned mediaType) {
+        return mediaType == trackMediaTimecode_525 || mediaType == trackMediaTimecode_625 ||
+               mediaType == trackMediaTimecodeHd;
+    }
+    static bool isMpegType(unsigned mediaType) {
+        return mediaType == trackMediaMpeg2_525 || mediaType == trackMediaMpeg2_625 ||
+               mediaType == trackMediaMpeg2Hd || mediaType == trackMediaMpeg1_525 ||
+               mediaType == trackMediaMpeg1_625;
+    }
+
+    void reset() { *this = MediaPacketHdr(); }
 
     /// Reads 15 bytes; the reserved one is left to the packet. The kind bits are only ever set, so
     /// that a decode over an old value needs a reset() before.
@@ -87,20 +97,40 @@ struct MediaPacketHdr {
     bool isEqual(MediaPacketHdr const& other) const;
     FormatStr& toString(unsigned indent, FormatStr& text) const;
 
-    std::uint32_t mediaFieldZero;
-    std::uint16_t anchor : 11; ///< distance back to an MPEG picture's anchor; the caller's
-    std::uint16_t isTimecodeBit : 1;
-    std::uint16_t isMpegBit : 1;
-    std::uint16_t closedGop : 1;
-    std::uint16_t mpegPlusBit : 1;
-    std::uint16_t mpegPictureHeight; ///< in lines
-    std::uint16_t mpegPictureWidth;  ///< in pixels
-    std::uint8_t timelineValid : 1;
-    std::uint8_t mediaType;
-    std::uint8_t trackByte;
-    std::uint32_t mediaField;
-    std::uint8_t mediaBytes[4];
-    std::uint32_t timeline;
+    std::uint32_t mediaFieldZero = 0xFFFFFFFF;
+    std::uint16_t anchor : 11 = 0; ///< distance back to an MPEG picture's anchor; the caller's
+    std::uint16_t isTimecodeBit : 1 = 0;
+    std::uint16_t isMpegBit : 1 = 0;
+    std::uint16_t closedGop : 1 = 0;
+    std::uint16_t mpegPlusBit : 1 = 0;
+    std::uint16_t mpegPictureHeight = 0; ///< in lines
+    std::uint16_t mpegPictureWidth = 0;  ///< in pixels
+    std::uint8_t timelineValid : 1 = 0;
+    std::uint8_t mediaType = 0;
+    std::uint8_t trackByte = 0xFF;
+    std::uint32_t mediaField = 0xFFFFFFFF;
+    std::uint8_t mediaBytes[4] = {};
+    std::uint32_t timeline = 0xFFFFFFFF;
 };
+
+inline void MediaPacketHdr::decode(GxfBuffer& buffer) {
+    unsigned char spare[wireSize - 1];
+    unsigned char const* const bytes = buffer.takeBytes(spare);
+    mediaType = bytes[0];
+    trackByte = bytes[1];
+    mediaField = loadMsbf<std::uint32_t>(bytes + 2);
+    mediaFieldZero = mediaField;
+    std::memcpy(mediaBytes, bytes + 6, sizeof(mediaBytes));
+    timeline = loadMsbf<std::uint32_t>(bytes + 10);
+    timelineValid = bytes[14] & 1U;
+    closedGop = 0;
+    if (isMpegType(bytes[0])) {
+        isMpegBit = 1;
+        mpegPlusBit = 1;
+    }
+    if (isTimecodeType(bytes[0])) {
+        isTimecodeBit = 1;
+    }
+}
 
 } // namespace GxfTypes

@@ -63,7 +63,11 @@ class Packet {
     virtual AutoRefPtr<FieldLocTblPacket> getFltPacket();
     virtual AutoRefPtr<EndOfStreamPacket> getEosPacket();
     /// The header is that of a packet, and the last decode of the payload worked.
-    virtual bool isValid() const;
+    virtual bool isValid() const {
+        unsigned const wrongBits =
+            leader | (leaderMark ^ 1U) | reserved | (trailerE1 ^ 0xE1U) | (trailerE2 ^ 0xE2U);
+        return wrongBits == 0 && length >= headerSize && isValid(type);
+    }
     /// The text at indent 0; the caller owns it.
     virtual AutoPtr<char> toString() const;
     virtual FormatStr& toString(unsigned indent, FormatStr& text) const;
@@ -104,6 +108,19 @@ class Packet {
     std::uint8_t trailerE1;
     std::uint8_t trailerE2;
 };
+
+// Neighbours stand apart here, since a compiler that copied two of them at once would make the
+// processor wait for both: the source's fields were just written one by one.
+inline void Packet::resetPrivate(Packet const& source) {
+    fileOffset = source.fileOffset;
+    leader = source.leader;
+    trailerE1 = source.trailerE1;
+    type = source.type;
+    leaderMark = source.leaderMark;
+    length = source.length;
+    trailerE2 = source.trailerE2;
+    reserved = source.reserved;
+}
 
 /// Reads the 16 bytes of a header before the real type of the packet is known.
 class PacketHeader : public Packet {

@@ -25,6 +25,16 @@ template <typename T> class AutoRefPtr {
         return *this;
     }
 
+    AutoRefPtr& operator=(AutoRefPtr&& other) noexcept {
+        if (this != &other) {
+            T* const old = m_object;
+            m_object = other.m_object;
+            other.m_object = nullptr;
+            release(old);
+        }
+        return *this;
+    }
+
     T* get() const { return m_object; }
     T* operator->() const { return m_object; }
     T& operator*() const { return *m_object; }

@@ -2,15 +2,6 @@
 
 namespace Zorvan {
 
-void BitChunkParser::setList(unsigned count, simpleSgl_s* list) {
-    m_list = list;
-    m_count = count;
-    m_entry = 0;
-    m_byte = 0;
-    m_bit = 0;
-    passEmptyEntries();
-}
-
 bool BitChunkParser::getBits(unsigned count, unsigned& value) {
     BitChunkParser ahead = *this;
     unsigned bits = 0;

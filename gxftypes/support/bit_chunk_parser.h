@@ -9,7 +9,16 @@ class BitChunkParser {
   public:
     /// Starts anew at the first of `count` entries. The list and its bytes stay the caller's and
     /// must live as long as the parser reads them.
-    void setList(unsigned count, simpleSgl_s* list);
+    void setList(unsigned count, simpleSgl_s* list) {
+        m_list = list;
+        m_count = count;
+        m_entry = 0;
+        m_byte = 0;
+        m_bit = 0;
+        if (count != 0) {
+            passEmptyEntries();
+        }
+    }
 
     /// The next `count` bits, at most 32, as a number. False, with nothing consumed, when fewer are
     /// left.

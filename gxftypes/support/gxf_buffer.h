@@ -1,13 +1,11 @@
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
-#include <utility>
 
 #include <gxftypes/support/auto_array_ptr.h>
+#include <gxftypes/support/byte_order.h>
 #include <gxftypes/support/media_agent.h>
 #include <gxftypes/support/op_result.h>
 
@@ -114,15 +112,17 @@ class GxfBuffer {
     unsigned long long decodeUint64() { return decodeMsbf<std::uint64_t>(); }
     unsigned short decodeUint16Lsbf() { return decodeLsbf<std::uint16_t>(); }
     unsigned int decodeUint32Lsbf() { return decodeLsbf<std::uint32_t>(); }
-    double decodeFloat64Lsbf() { return std::bit_cast<double>(decodeLsbf<std::uint64_t>()); }
-    /// The next N bytes as they stand, for a layout of fixed size; zeros for what is missing.
-    template <std::size_t N> void decodeBytes(unsigned char (&to)[N]) {
+    double decodeFloat64Lsbf() { return decodeLsbf<double>(); }
+    /// Consumes N bytes and tells where they lie: in the buffer, good until its next change, or in
+    /// `spare`, with zeros for those that are missing.
+    template <std::size_t N> unsigned char const* takeBytes(unsigned char (&spare)[N]) {
+        unsigned char const* bytes = ptrBegin();
         if (m_occupied < N) [[unlikely]] {
-            copyPresent(to, N, m_storage, m_begin, m_occupied);
-        } else {
-            std::memcpy(to, ptrBegin(), N);
+            copyPresent(spare, N, m_storage, m_begin, m_occupied);
+            bytes = spare;
         }
         removeInput(N);
+        return bytes;
     }
     /// A new array of `n` + 1 bytes: the bytes, zeros among them, and a terminating zero. Bytes
     /// that are missing are zero and take no memory beyond the terminator.
@@ -159,44 +159,10 @@ class GxfBuffer {
     bool encodePaddedString(char const* text, unsigned size, char pad);
 
   private:
-    // Folds instead of loops, since g++ makes one instruction of a fold alone.
-    template <typename T> static T loadMsbf(unsigned char const* from) {
-        return [from]<std::size_t... I>(std::index_sequence<I...>) {
-            return static_cast<T>((... | (std::uint64_t{from[I]} << (8 * (sizeof(T) - 1 - I)))));
-        }
-        (std::make_index_sequence<sizeof(T)>());
-    }
-
-    template <typename T> static T loadLsbf(unsigned char const* from) {
-        return [from]<std::size_t... I>(std::index_sequence<I...>) {
-            return static_cast<T>((... | (std::uint64_t{from[I]} << (8 * I))));
-        }
-        (std::make_index_sequence<sizeof(T)>());
-    }
-
-    template <typename T> static void storeMsbf(unsigned char* to, T value) {
-        [ to, value ]<std::size_t... I>(std::index_sequence<I...>) {
-            ((to[I] = static_cast<unsigned char>(value >> (8 * (sizeof(T) - 1 - I)))), ...);
-        }
-        (std::make_index_sequence<sizeof(T)>());
-    }
-
-    template <typename T> static void storeLsbf(unsigned char* to, T value) {
-        if constexpr (std::is_same_v<T, double>) {
-            storeLsbf(to, std::bit_cast<std::uint64_t>(value));
-        } else {
-            [ to, value ]<std::size_t... I>(std::index_sequence<I...>) {
-                ((to[I] = static_cast<unsigned char>(value >> (8 * I))), ...);
-            }
-            (std::make_index_sequence<sizeof(T)>());
-        }
-    }
-
     template <typename T> T decodeMsbf() {
         if (m_occupied < sizeof(T)) [[unlikely]] {
-            unsigned char bytes[sizeof(T)];
-            decodeBytes(bytes);
-            return loadMsbf<T>(bytes);
+            unsigned char spare[sizeof(T)];
+            return loadMsbf<T>(takeBytes(spare));
         }
         T const value = loadMsbf<T>(ptrBegin());
         m_occupied -= static_cast<std::uint32_t>(sizeof(T));
@@ -206,9 +172,8 @@ class GxfBuffer {
 
     template <typename T> T decodeLsbf() {
         if (m_occupied < sizeof(T)) [[unlikely]] {
-            unsigned char bytes[sizeof(T)];
-            decodeBytes(bytes);
-            return loadLsbf<T>(bytes);
+            unsigned char spare[sizeof(T)];
+            return loadLsbf<T>(takeBytes(spare));
         }
         T const value = loadLsbf<T>(ptrBegin());
         m_occupied -= static_cast<std::uint32_t>(sizeof(T));
@@ -225,9 +190,9 @@ class GxfBuffer {
     unsigned char* m_storage = nullptr;
     std::uint32_t m_capacity = 0;
     std::uint32_t m_occupied = 0;
+    bool m_isWindow = false; // between two that a compiler would else change at once, and slowly
     std::uint32_t m_begin = 0;
     std::uint64_t m_baseOffset = 0;
-    bool m_isWindow = false;
 };
 
 } // namespace Zorvan

@@ -6,6 +6,7 @@
 #include <gxftypes/support/auto_ref_ptr.h>
 #include <gxftypes/support/bit_chunk_parser.h>
 #include <gxftypes/support/bitset.h>
+#include <gxftypes/support/byte_order.h>
 #include <gxftypes/support/clock.h>
 #include <gxftypes/support/debugger_on.h>
 #include <gxftypes/support/dlink_node.h>
@@ -61,6 +62,8 @@ using Zorvan::IGenericProperties;
 using Zorvan::initSgl_t;
 using Zorvan::isMessageWanted;
 using Zorvan::JMutex;
+using Zorvan::loadLsbf;
+using Zorvan::loadMsbf;
 using Zorvan::logIfFalse;
 using Zorvan::MediaAgent;
 using Zorvan::MediaAgentPropId;
@@ -86,6 +89,8 @@ using Zorvan::ScopeLock;
 using Zorvan::sendMessage;
 using Zorvan::setMessageSink;
 using Zorvan::simpleSgl_s;
+using Zorvan::storeLsbf;
+using Zorvan::storeMsbf;
 using Zorvan::truncateToInt64;
 using Zorvan::zvAtomic_t;
 

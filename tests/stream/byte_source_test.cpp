@@ -225,6 +225,25 @@ TEST(ByteWindow, roomBehindTheEndKeepsTheBytes) {
     EXPECT_GT(added, 19000U);
 }
 
+TEST(ByteWindow, movesItsBytesSeldom) {
+    ByteWindow window;
+    std::memset(window.room(1000), 7, 1000);
+    window.added(1000);
+    unsigned moves = 0;
+    unsigned char const* expected = window.view(0, 1).data();
+    for (std::uint64_t i = 1; i <= 50000; ++i) {
+        window.dropBefore(i);
+        *window.room(1) = 7;
+        window.added(1);
+        ++expected;
+        if (window.view(i, 1).data() != expected) {
+            expected = window.view(i, 1).data();
+            ++moves;
+        }
+    }
+    EXPECT_LE(moves, 51U);
+}
+
 std::string openError(std::string const& path) {
     std::string error;
     EXPECT_EQ(FileSource::open(path, error), nullptr);

@@ -22,7 +22,7 @@ TEST(IsPlausibleHeader, takesTheHeaderOfEveryKindOfPacket) {
 }
 
 TEST(IsPlausibleHeader, wantsEachFixedByte) {
-    for (std::size_t i : {0, 1, 2, 3, 4, 10, 11, 12, 13, 14, 15}) {
+    for (std::size_t const i : {0U, 1U, 2U, 3U, 4U, 10U, 11U, 12U, 13U, 14U, 15U}) {
         for (unsigned bit = 0; bit < 8; ++bit) {
             Bytes bytes = header(0xBF, 100);
             bytes[i] = static_cast<unsigned char>(bytes[i] ^ (1U << bit));

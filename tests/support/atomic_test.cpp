@@ -32,10 +32,11 @@ TEST(Atomics, TemplatesSelectTheFormsForInt) {
 
 TEST(Atomics, WrapAroundWithoutUndefinedBehaviour) {
     zvAtomic_t word = INT_MAX;
-    atomicInc32(&word);
-    EXPECT_EQ(word, INT_MIN);
-    atomicDec32(&word);
-    EXPECT_EQ(word, INT_MAX);
+    EXPECT_EQ(atomicInc32(&word), INT_MIN);
+    EXPECT_EQ(atomicDec32(&word), INT_MAX);
+    AtomicCounter counter(INT_MAX);
+    EXPECT_EQ(counter++, INT_MAX);
+    EXPECT_EQ(counter.getCount(), INT_MIN);
 }
 
 TEST(AtomicCounter, IsOneSignedWord) {

@@ -80,6 +80,26 @@ TEST(AutoRefPtr, AMoveCountsNothing) {
     EXPECT_EQ(calls, "+a-a");
 }
 
+TEST(AutoRefPtr, AMoveAssignmentDropsTheOldReferenceOnly) {
+    Counted oldObject('o');
+    Counted newObject('n');
+    AutoRefPtr<Counted> pointer(&oldObject);
+    AutoRefPtr<Counted> other(&newObject);
+    calls.clear();
+    pointer = std::move(other);
+    EXPECT_EQ(calls, "-o");
+    EXPECT_EQ(pointer.get(), &newObject);
+
+    AutoRefPtr<Counted>& same = pointer;
+    pointer = std::move(same);
+    EXPECT_EQ(pointer.get(), &newObject);
+    EXPECT_EQ(newObject.count, 1);
+
+    pointer = AutoRefPtr<Counted>(&newObject);
+    EXPECT_EQ(pointer.get(), &newObject);
+    EXPECT_EQ(newObject.count, 1);
+}
+
 TEST(AutoRefPtr, AssignmentPreservesTheNewBeforeItReleasesTheOld) {
     Counted oldObject('o');
     Counted newObject('n');

@@ -481,6 +481,23 @@ TEST(GxfBuffer, DecodesABlob) {
     expectState(buffer, {4}, 3);
 }
 
+TEST(GxfBuffer, DecodesBytesOfAFixedNumber) {
+    Bytes const expected[] = {
+        {0, 0, 0, 0},          {0x81, 0, 0, 0},          {0x81, 0x82, 0, 0},
+        {0x81, 0x82, 0x83, 0}, {0x81, 0x82, 0x83, 0x84},
+    };
+    for (unsigned present = 0; present <= 4; ++present) {
+        SCOPED_TRACE(present);
+        Bytes bytes{0xee, 0x81, 0x82, 0x83, 0x84, 0x85};
+        GxfBuffer buffer(bytes.data(), 1 + present, DataState::filled, nullAgent);
+        buffer.removeInput(1);
+        unsigned char taken[4] = {0xcc, 0xcc, 0xcc, 0xcc};
+        buffer.decodeBytes(taken);
+        EXPECT_EQ((Bytes{taken[0], taken[1], taken[2], taken[3]}), expected[present]);
+        expectState(buffer, {}, 5);
+    }
+}
+
 TEST(GxfBuffer, DecodesTheBytesPresentOfAString) {
     Bytes bytes = Bytes().text("abXX");
     GxfBuffer buffer(bytes.data(), 2, DataState::filled, nullAgent);
@@ -911,6 +928,14 @@ class Twin {
         ASSERT_EQ(value, expected) << row.name;
     }
 
+    void decodeBytes() {
+        unsigned char bytes[13];
+        buffer->decodeBytes(bytes);
+        std::vector<unsigned char> taken = model.take(13);
+        taken.resize(13);
+        ASSERT_TRUE(std::equal(taken.begin(), taken.end(), bytes));
+    }
+
     void decodeArray() {
         unsigned const n = below(40);
         if (below(2) == 0) {
@@ -1106,7 +1131,7 @@ void doSomething(Twin& twin, Twin& other) {
     case 2:
         return twin.decodeInteger();
     case 3:
-        return twin.decodeArray();
+        return twin.below(4) == 0 ? twin.decodeBytes() : twin.decodeArray();
     case 4:
     case 5:
         return twin.encodeInteger();

@@ -54,6 +54,9 @@ void Input::open(StreamOptions const& options) {
         m_source = std::make_unique<PipeSource>(STDIN_FILENO);
         return;
     }
+    if (options.file.empty()) {
+        throw NotDone("the stream has an empty name; give a path, or - for standard input");
+    }
     if (isPipe(options.file)) {
         m_descriptor = ::open(options.file.c_str(), O_RDONLY | O_CLOEXEC);
         if (m_descriptor < 0) {

@@ -194,7 +194,7 @@ void Output::rewriteFront(std::span<unsigned char const> bytes) {
 bool Output::isTerminal() const { return ::isatty(::fileno(m_stream)) != 0; }
 
 int Output::finish() {
-    if (std::fflush(m_stream) != 0) {
+    if (std::fflush(m_stream) != 0 || std::ferror(m_stream) != 0) {
         fail();
     }
     if (m_temporary.empty()) {

@@ -1,8 +1,9 @@
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <regex>
 
 #include "fields.h"
 #include "input.h"
@@ -30,18 +31,37 @@ struct TimecodeDigits {
     bool operator==(TimecodeDigits const&) const = default;
 };
 
+/// One or two digits from the front, which are taken off; nothing without any.
+std::optional<unsigned> takeNumber(std::string_view& text) {
+    constexpr std::size_t most = 2;
+    unsigned number = 0;
+    auto const [stop, error] =
+        std::from_chars(text.data(), text.data() + std::min(text.size(), most), number);
+    if (error != std::errc()) {
+        return std::nullopt;
+    }
+    text.remove_prefix(static_cast<std::size_t>(stop - text.data()));
+    return number;
+}
+
 /// "HH:MM:SS:FF", with ';' or '.' in front of the frames for drop frame. Throws NotDone.
 TimecodeDigits parseTimecode(std::string const& text) {
-    static std::regex const form("(\\d{1,2}):(\\d{1,2}):(\\d{1,2})[:;.](\\d{1,2})");
-    std::smatch match;
+    static constexpr char const* separators[] = {"", ":", ":", ":;."};
     TimecodeDigits parsed;
-    unsigned* const d = parsed.digits;
-    if (std::regex_match(text, match, form)) {
-        for (unsigned i = 0; i < 4; ++i) {
-            d[i] = static_cast<unsigned>(std::stoul(match[i + 1]));
+    std::string_view rest = text;
+    bool matches = true;
+    for (unsigned i = 0; matches && i < 4; ++i) {
+        if (i != 0) {
+            matches = !rest.empty() &&
+                      std::string_view(separators[i]).find(rest.front()) != std::string_view::npos;
+            rest.remove_prefix(matches ? 1 : 0);
         }
+        std::optional<unsigned> const number = takeNumber(rest);
+        matches = matches && number;
+        parsed.digits[i] = number.value_or(0);
     }
-    if (match.empty() || d[0] > 23 || d[1] > 59 || d[2] > 59) {
+    unsigned const* const d = parsed.digits;
+    if (!matches || !rest.empty() || d[0] > 23 || d[1] > 59 || d[2] > 59) {
         throw NotDone("--timecode: '" + text + "' is no timecode; give HH:MM:SS:FF");
     }
     return parsed;
@@ -80,17 +100,15 @@ class Finder {
         }
     }
 
-    /// Every track that was seen is behind the field.
+    /// Every track of the clip has its packet and went on behind the field. The latter alone isn't
+    /// enough: pictures come in the order of their coding.
     bool isDone(std::size_t tracksOfClip) const {
-        if (m_tracks.size() < tracksOfClip || m_tracks.empty()) {
+        if (m_tracks.size() < tracksOfClip || tracksOfClip == 0) {
             return false;
         }
-        for (auto const& [number, track] : m_tracks) {
-            if (!track.isBehind) {
-                return false;
-            }
-        }
-        return true;
+        return std::all_of(m_tracks.begin(), m_tracks.end(), [](auto const& entry) {
+            return entry.second.isBehind && entry.second.best;
+        });
     }
 
     /// Of two packets that hold something of the field, the one that begins later.

@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+
+#include "run_tool.h"
+#include "tool_streams.h"
+
+namespace {
+
+using namespace GxfTesting;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Dump, PrintsThePacketsInTheLibrarysText) {
+    Bytes stream = map(material("A", 3), namedTrack(pcm16, 1, "B", rate25));
+    stream.add(packet(tableType, fltPayload(5, {1, 2})));
+    stream.add(audio(pcm16, 1, 2, 16, 32, ramp16(0, 40))).add(endOfStream());
+    ToolResult const result = runTool({"dump", "-"}, asText(stream));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, R"(map:58b@0
+preamble={version=0}
+materialData={
+  media={
+  A},
+  1stField=0,
+  lastField=3}
+trackDesc={
+  track 1: AudioPCM_16,,media={B},frameRate=25hz,fields=interlaced}}
+fieldLocTbl:32b@58={
+5 flds/entry,entry[2]={f    0:        1024, f    5:        2048
+media:112b@90: AudioPCM_16,trk=1,f=2,t=2,{in,out}={16,32}
+EOS:16b@202
+)");
+}
+
+TEST(Dump, ArraysPrintsTheLongLists) {
+    std::string const stream = asText(smallClip());
+    std::string const brief = runTool({"dump", "-"}, stream).out;
+    std::string const whole = runTool({"dump", "--arrays", "-"}, stream).out;
+    EXPECT_THAT(brief, HasSubstr("tc f0={01:00:00:00, 01:00:00:00, 01:00:00:01, ..., inv}\n"));
+    EXPECT_THAT(brief, Not(HasSubstr("0x0e.00.00.0a")));
+    EXPECT_THAT(whole, HasSubstr("i=  4,f=4: 01:00:00:02, 01:00:00:02, inv, inv"));
+    EXPECT_THAT(whole, HasSubstr("i=500,f=500: inv, inv, inv, inv}\n"));
+    EXPECT_THAT(whole, HasSubstr("Mpeg2_625,trk=0,f=2,t=2,10b,P,frame,0x0e.00.00.0a\n"));
+    EXPECT_THAT(whole,
+                HasSubstr("  f    0:           0, f    2:        1024, f    4:        2048}}"));
+}
+
+TEST(Dump, PrintsEveryPacketOfTheSamples) {
+    for (char const* const name : {"news_pal.gxf", "spot_ntsc.gxf", "hd_short.gxf"}) {
+        ToolResult const result = runTool({"dump", sample(name)});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        for (RawPacket const& packet : packetsOf(readFile(sample(name)))) {
+            EXPECT_THAT(result.out, HasSubstr(":" + std::to_string(packet.length) + "b@" +
+                                              std::to_string(packet.offset)));
+        }
+    }
+}
+
+TEST(Dump, ABrokenPacketIsPrintedAsFarAsItGoes) {
+    Bytes stream = map(material("A", 3), track(pcm16, 1, tag(0x54, {1, 2})));
+    ToolResult const result = runTool({"dump", "-"}, asText(stream.add(endOfStream())));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out, HasSubstr("lastField=3"));
+    EXPECT_THAT(result.out, HasSubstr("EOS:16b@"));
+}
+
+} // namespace
