@@ -481,7 +481,7 @@ TEST(GxfBuffer, DecodesABlob) {
     expectState(buffer, {4}, 3);
 }
 
-TEST(GxfBuffer, DecodesBytesOfAFixedNumber) {
+TEST(GxfBuffer, TakesBytesOfAFixedNumber) {
     Bytes const expected[] = {
         {0, 0, 0, 0},          {0x81, 0, 0, 0},          {0x81, 0x82, 0, 0},
         {0x81, 0x82, 0x83, 0}, {0x81, 0x82, 0x83, 0x84},
@@ -491,8 +491,9 @@ TEST(GxfBuffer, DecodesBytesOfAFixedNumber) {
         Bytes bytes{0xee, 0x81, 0x82, 0x83, 0x84, 0x85};
         GxfBuffer buffer(bytes.data(), 1 + present, DataState::filled, nullAgent);
         buffer.removeInput(1);
-        unsigned char taken[4] = {0xcc, 0xcc, 0xcc, 0xcc};
-        buffer.decodeBytes(taken);
+        unsigned char spare[4] = {0xcc, 0xcc, 0xcc, 0xcc};
+        unsigned char const* const taken = buffer.takeBytes(spare);
+        EXPECT_EQ(taken == spare, present < 4);
         EXPECT_EQ((Bytes{taken[0], taken[1], taken[2], taken[3]}), expected[present]);
         expectState(buffer, {}, 5);
     }
@@ -928,9 +929,9 @@ class Twin {
         ASSERT_EQ(value, expected) << row.name;
     }
 
-    void decodeBytes() {
-        unsigned char bytes[13];
-        buffer->decodeBytes(bytes);
+    void takeBytes() {
+        unsigned char spare[13];
+        unsigned char const* const bytes = buffer->takeBytes(spare);
         std::vector<unsigned char> taken = model.take(13);
         taken.resize(13);
         ASSERT_TRUE(std::equal(taken.begin(), taken.end(), bytes));
@@ -1131,7 +1132,7 @@ void doSomething(Twin& twin, Twin& other) {
     case 2:
         return twin.decodeInteger();
     case 3:
-        return twin.below(4) == 0 ? twin.decodeBytes() : twin.decodeArray();
+        return twin.below(4) == 0 ? twin.takeBytes() : twin.decodeArray();
     case 4:
     case 5:
         return twin.encodeInteger();
