@@ -71,11 +71,11 @@ MediaPacket* StreamPacket::media() const {
 }
 
 PacketReader::PacketReader(ByteSource& source, FaultHandler onFault)
-    : m_source(source), m_onFault(std::move(onFault)), m_search(source),
-      m_header(m_pool.alloc(packetTypeHeader)) {}
+    : m_source(source), m_isSeekable(source.isSeekable()), m_onFault(std::move(onFault)),
+      m_search(source), m_header(m_pool.alloc(packetTypeHeader)) {}
 
 void PacketReader::seek(std::uint64_t offset) {
-    m_position = m_source.isSeekable() ? offset : std::max(offset, m_position);
+    m_position = m_isSeekable ? offset : std::max(offset, m_position);
     m_current.packet = nullptr;
     m_hasCurrent = false;
     m_silentSearch = true;
@@ -83,26 +83,26 @@ void PacketReader::seek(std::uint64_t offset) {
 }
 
 StreamPacket const* PacketReader::next() {
-    m_current.packet = nullptr;
     while (!m_ended) {
-        if (reportFailure(m_hasCurrent ? m_current.offset : m_position)) {
+        if (hasFailed() && reportFailure(m_hasCurrent ? m_current.offset : m_position)) {
             m_ended = true;
             break;
         }
         // What follows a packet tells whether its length was right: up to then it isn't released,
         // where the source can hold it.
-        if (!m_hasCurrent || !m_source.canReach(m_position, headerSize)) {
+        if (!m_isSeekable && (!m_hasCurrent || !m_source.canReach(m_position, headerSize))) {
             m_source.release(m_position);
         }
-        Span const header = m_source.read(m_position, headerSize);
-        if (header.size() < headerSize) {
-            m_ended = endOfStream(header);
-        } else if (!isPlausibleHeader(header.data())) {
+        Span const bytes = m_source.read(m_position, headerSize);
+        if (bytes.size() < headerSize) {
+            m_ended = endOfStream(bytes);
+        } else if (!readHeader(bytes)) {
             m_ended = !resync();
-        } else if (readPacket(header)) {
+        } else if (readPacket()) {
             return &m_current;
         }
     }
+    m_current.packet = nullptr;
     return nullptr;
 }
 
@@ -135,7 +135,7 @@ bool PacketReader::endOfStream(Span rest) {
 
 /// True, and told, when the source failed: that ends the stream.
 bool PacketReader::reportFailure(std::uint64_t offset) {
-    if (m_source.error().empty()) {
+    if (!hasFailed()) {
         return false;
     }
     // A pipe ends where it failed.
@@ -188,11 +188,18 @@ bool PacketReader::isPreviousLengthWrong() {
     return true;
 }
 
-/// False, with nothing to yield, for a packet that is passed over or that the stream's end cuts
-/// off.
-bool PacketReader::readPacket(Span header) {
-    Window headerBuffer(header, m_position);
-    m_header->decode(headerBuffer);
+/// False for bytes that are no header.
+bool PacketReader::readHeader(Span bytes) {
+    Window buffer(bytes, m_position);
+    auto& header = static_cast<PacketHeader&>(*m_header);
+    header.PacketHeader::decode(buffer);
+    return header.Packet::isValid();
+}
+
+/// The packet of the header that was read. False, with nothing to yield, for one that is passed
+/// over or that the stream's end cuts off.
+bool PacketReader::readPacket() {
+    MediaPacket* const last = m_current.media();
     m_current.offset = m_position;
     m_current.type = m_header->type;
     m_current.length = m_header->length;
@@ -200,12 +207,20 @@ bool PacketReader::readPacket(Span header) {
     m_hasCurrent = true;
     m_silentSearch = false;
     m_position = m_current.end();
-    m_source.release(m_current.offset);
+    if (!m_isSeekable) {
+        m_source.release(m_current.offset);
+    }
     if (m_current.type == packetTypeMap && m_current.length > largestMap) {
         report(StreamFault::oversize, m_current.offset, m_current.length,
                "this map packet claims " + plural(m_current.length, "byte") +
                    ", more than a map packet can need; it is passed over");
+        m_current.packet = nullptr;
         return false;
+    }
+    if (m_current.type == packetTypeMedia && last != nullptr && last->isUnshared()) {
+        // Nobody kept it: it comes out again, without the way through the pool.
+        last->MediaPacket::reset(*m_header);
+        return decodeMedia(*last);
     }
     m_current.packet = m_header->createActual();
     if (m_current.packet.get() == nullptr) {
@@ -213,10 +228,42 @@ bool PacketReader::readPacket(Span header) {
         m_current.packet->reset(*m_header);
         return true;
     }
+    if (MediaPacket* const media = m_current.media()) {
+        return decodeMedia(*media);
+    }
     if (m_current.packet->getPayloadLength() == 0 && m_current.type == packetTypeEos) {
         return true;
     }
     return decodePayload();
+}
+
+/// As decodePayload(), for the packets of which a stream has so many. A media packet tells of
+/// itself even when the stream ends behind its preamble.
+bool PacketReader::decodeMedia(MediaPacket& media) {
+    constexpr std::uint32_t preamble = MediaPacketHdr::wireSize;
+    std::uint32_t const payloadLength = m_current.length - headerSize;
+    std::uint64_t const offset = m_current.offset + headerSize;
+
+    Span bytes =
+        m_source.read(offset, std::min(payloadLength, media.MediaPacket::getPart1Length()));
+    bool const timecodes = !bytes.empty() && MediaPacketHdr::isTimecodeType(bytes[0]);
+    std::uint32_t const needed = std::min(payloadLength, timecodes ? timecodePart : preamble);
+    if (timecodes) {
+        bytes = m_source.read(offset, needed + behindTimecodes);
+    }
+    if (bytes.size() < needed) {
+        m_current.packet = nullptr;
+        return false;
+    }
+    if (timecodes) {
+        bytes = withBytesBehind(bytes, needed);
+    }
+    Window buffer(bytes, offset);
+    m_current.result = media.MediaPacket::decode(buffer);
+    if (!m_current.result || !media.valid || timecodes) {
+        judgePayload(timecodes);
+    }
+    return true;
 }
 
 bool PacketReader::decodePayload() {
@@ -226,35 +273,22 @@ bool PacketReader::decodePayload() {
 
     std::uint32_t wanted = std::min(payloadLength, packet.getPart1Length());
     Span bytes = m_source.read(offset, wanted);
-    bool whole = false;
-    bool timecodes = false;
     if (!bytes.empty()) {
         Window first(bytes, offset);
-        whole = packet.needsAllData(first);
-        timecodes = whole && m_current.type == packetTypeMedia;
+        if (packet.needsAllData(first)) {
+            wanted = m_current.type == packetTypeFieldLocTbl ? std::min(payloadLength, fltPart)
+                                                             : payloadLength;
+            bytes = m_source.read(offset, wanted);
+        }
     }
-    if (whole) {
-        std::uint32_t const part = timecodes                                 ? timecodePart
-                                   : m_current.type == packetTypeFieldLocTbl ? fltPart
-                                                                             : payloadLength;
-        wanted = std::min(payloadLength, part);
-        bytes = m_source.read(offset, wanted + (timecodes ? behindTimecodes : 0));
-    }
-    // A media packet tells of itself even when the stream ends behind its preamble.
-    std::uint32_t const needed =
-        whole ? wanted : std::min<std::uint32_t>(wanted, MediaPacketHdr::wireSize);
-    if (bytes.size() < needed) {
+    if (bytes.size() < wanted) {
         m_current.packet = nullptr;
         return false;
     }
-    if (timecodes) {
-        bytes = withBytesBehind(bytes, wanted);
-    }
-
     dropStaleState();
     Window buffer(bytes, offset);
     m_current.result = packet.decode(buffer);
-    judgePayload(timecodes);
+    judgePayload(false);
     return true;
 }
 

@@ -80,10 +80,13 @@ class PacketReader {
 
   private:
     bool endOfStream(Span rest);
+    bool hasFailed() const { return !m_source.error().empty(); }
     bool reportFailure(std::uint64_t offset);
     bool resync();
     bool isPreviousLengthWrong();
-    bool readPacket(Span header);
+    bool readHeader(Span bytes);
+    bool readPacket();
+    bool decodeMedia(GxfTypes::MediaPacket& media);
     bool decodePayload();
     Span withBytesBehind(Span bytes, std::uint32_t payloadPart);
     void dropStaleState();
@@ -92,6 +95,7 @@ class PacketReader {
                 std::string text);
 
     ByteSource& m_source;
+    bool const m_isSeekable;
     FaultHandler m_onFault;
     HeaderSearch m_search;
     GxfTypes::PacketPool m_pool;

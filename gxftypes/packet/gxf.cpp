@@ -106,11 +106,25 @@ AutoRefPtr<Packet> Packet::createActual() const {
 }
 
 OpResult PacketHeader::decode(GxfBuffer& buffer) {
-    if (gxfDecodeDetail.get() > 3) {
-        infoMsg("start Packet Header decode\n");
+    if (gxfDecodeDetail.get() > 3) [[unlikely]] {
+        return decodeAloud(buffer);
     }
+    return decodeFields(buffer);
+}
+
+OpResult PacketHeader::decodeAloud(GxfBuffer& buffer) {
+    infoMsg("start Packet Header decode\n");
+    OpResult const result = decodeFields(buffer);
+    if (result && gxfDecodeDetail.get() > 3) {
+        infoMsg("end Packet Header decode: %s\n", toString().get());
+    }
+    return result;
+}
+
+inline OpResult PacketHeader::decodeFields(GxfBuffer& buffer) {
     if (buffer.nOccupied() < headerSize) {
-        return gxfError(GxfOpSubsystem::badDecodeSize);
+        return gxfError(GxfOpSubsystem::badDecodeSize, nullptr,
+                        OpCodeLocation::here(__FILE__, "decode"));
     }
     fileOffset = buffer.beginOffset();
     unsigned char spare[headerSize];
@@ -122,9 +136,10 @@ OpResult PacketHeader::decode(GxfBuffer& buffer) {
     reserved = loadMsbf<std::uint32_t>(bytes + 10);
     trailerE1 = bytes[14];
     trailerE2 = bytes[15];
-    if (gxfDecodeDetail.get() > 3) {
-        infoMsg("end Packet Header decode: %s\n", toString().get());
-    }
+    // The next header, which is thus there by the time it is asked for. A hint, even of memory that
+    // isn't there.
+    __builtin_prefetch(
+        reinterpret_cast<void const*>(reinterpret_cast<std::uintptr_t>(bytes) + length));
     return OpResult::Ok;
 }
 

@@ -1,5 +1,6 @@
 #include <gxftypes/packet/media.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace GxfTypes {
@@ -7,7 +8,9 @@ namespace GxfTypes {
 void MediaPacket::reset(Packet const& source) {
     hdr.reset();
     Packet::resetPrivate(source);
-    keepTcSet();
+    if (perFrameTc.get() != nullptr) {
+        keepTcSet();
+    }
     bitParser.setList(0, nullptr);
     valid = false;
 }
@@ -19,28 +22,55 @@ void MediaPacket::reset(PacketType newType) {
 }
 
 OpResult MediaPacket::decode(GxfBuffer& buffer) {
+    // Compiled apart, so that a stream's packets don't pay for what is rare.
+    if (gxfDecodeDetail.get() > 1 || buffer.nOccupied() < MediaPacketHdr::wireSize) [[unlikely]] {
+        return decodeRare(buffer);
+    }
+    return decodePayload(buffer);
+}
+
+OpResult MediaPacket::decodeRare(GxfBuffer& buffer) {
     if (gxfDecodeDetail.get() > 1) {
         infoMsg("start MediaPacket decode\n");
     }
-    if (getPayloadLength() < MediaPacketHdr::wireSize) {
+    return decodePayload(buffer);
+}
+
+inline OpResult MediaPacket::decodePayload(GxfBuffer& buffer) {
+    if (length - headerSize < MediaPacketHdr::wireSize) {
         valid = false;
-        return gxfError(GxfOpSubsystem::badDecodeSize);
+        return gxfError(GxfOpSubsystem::badDecodeSize, nullptr,
+                        OpCodeLocation::here(__FILE__, "decode"));
     }
     unsigned long long const start = buffer.beginOffset();
     hdr.decode(buffer);
-    buffer.removeInput(1);
-    if (hdr.isMpeg() && hdr.getMpegPicType() == mpegPicTypeI) {
-        scanIPicture(buffer);
-    } else if (hdr.isTimecode()) {
-        decodeTimecodes(buffer);
+    if (isIPicture() || hdr.isTimecode()) {
+        return decodeEssence(buffer, start);
     }
-    auto const consumed = static_cast<long long>(buffer.beginOffset() - start);
-    long long const remaining = static_cast<long long>(length) - consumed - headerSize;
-    if (remaining > 0) {
-        buffer.removeInput(static_cast<unsigned long long>(remaining));
-    }
+    skipPayload(buffer, start);
     valid = true;
     return OpResult::Ok;
+}
+
+OpResult MediaPacket::decodeEssence(GxfBuffer& buffer, unsigned long long start) {
+    buffer.removeInput(1); // the preamble's reserved byte
+    if (isIPicture()) {
+        scanIPicture(buffer);
+    } else {
+        decodeTimecodes(buffer);
+    }
+    skipPayload(buffer, start);
+    valid = true;
+    return OpResult::Ok;
+}
+
+/// Consumes what is left of a payload that began at `start`, of the preamble at least.
+inline void MediaPacket::skipPayload(GxfBuffer& buffer, unsigned long long start) const {
+    unsigned const size = length < headerSize ? 0 : length - headerSize;
+    unsigned long long const end = start + std::max(size, MediaPacketHdr::wireSize);
+    if (buffer.beginOffset() < end) {
+        buffer.removeInput(end - buffer.beginOffset());
+    }
 }
 
 /// Looks for the sequence and GOP headers in front of the picture. The buffer's position stays.
@@ -94,7 +124,9 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
                  text.get());
         return;
     }
-    keepTcSet();
+    if (perFrameTc.get() != nullptr) {
+        keepTcSet();
+    }
     perFrameTc = makeTcSet();
     perFrameTc->decode(buffer);
     switch (hdr.getMediaType()) {
@@ -109,6 +141,8 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
         break;
     }
 }
+
+void MediaPacket::keepTcSet() { m_spareTcSet = perFrameTc; }
 
 AutoPtr<PerFrameTcSet> MediaPacket::makeTcSet() {
     if (m_spareTcSet.get() == nullptr) {

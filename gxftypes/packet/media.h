@@ -46,15 +46,16 @@ class MediaPacket : public Packet {
     AutoPtr<PerFrameTcSet> perFrameTc; ///< of a timecode packet, else empty
 
   private:
+    bool isIPicture() const { return hdr.isMpeg() && hdr.getMpegPicType() == mpegPicTypeI; }
+    OpResult decodeRare(GxfBuffer& buffer);
+    OpResult decodePayload(GxfBuffer& buffer);
+    OpResult decodeEssence(GxfBuffer& buffer, unsigned long long start);
+    void skipPayload(GxfBuffer& buffer, unsigned long long start) const;
     void scanIPicture(GxfBuffer& buffer);
     void decodeGopHeader();
     void decodeSequenceHeader();
     void decodeTimecodes(GxfBuffer& buffer);
-    void keepTcSet() {
-        if (perFrameTc.get() != nullptr) {
-            m_spareTcSet = perFrameTc;
-        }
-    }
+    void keepTcSet();
     AutoPtr<PerFrameTcSet> makeTcSet();
 
     // Kept between uses, so that a stream's timecode packets don't allocate.

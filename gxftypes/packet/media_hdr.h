@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 #include <gxftypes/packet/vocabulary.h>
 
@@ -61,7 +62,7 @@ struct MediaPacketHdr {
                mediaType == trackMediaMpeg1_625;
     }
 
-    void reset() { *this = MediaPacketHdr(); }
+    void reset() { std::construct_at(this); }
 
     /// Reads 15 bytes; the reserved one is left to the packet. The kind bits are only ever set, so
     /// that a decode over an old value needs a reset() before.

@@ -83,6 +83,8 @@ class Packet {
     int preserve();
     /// Drops a reference; returns the new count. At 0 the packet is back in its pool.
     int release();
+    /// Nobody but the caller has a reference.
+    bool isUnshared() const { return refCount.isOnlyReference(); }
 
     /// A packet of this header's type, which holds this header's fields; null, without an error,
     /// for a type that the library doesn't make.
@@ -109,17 +111,20 @@ class Packet {
     std::uint8_t trailerE2;
 };
 
-// Neighbours stand apart here, since a compiler that copied two of them at once would make the
-// processor wait for both: the source's fields were just written one by one.
 inline void Packet::resetPrivate(Packet const& source) {
+    // The source's fields were just written one by one. A compiler that fetches two neighbours at
+    // once makes the processor wait for both; what is volatile is fetched by itself.
+    auto const alone = []<typename T>(T const& field) {
+        return static_cast<T const volatile&>(field);
+    };
     fileOffset = source.fileOffset;
     leader = source.leader;
-    trailerE1 = source.trailerE1;
-    type = source.type;
     leaderMark = source.leaderMark;
-    length = source.length;
-    trailerE2 = source.trailerE2;
+    type = source.type;
+    length = alone(source.length);
     reserved = source.reserved;
+    trailerE1 = source.trailerE1;
+    trailerE2 = alone(source.trailerE2);
 }
 
 /// Reads the 16 bytes of a header before the real type of the packet is known.
@@ -134,6 +139,10 @@ class PacketHeader : public Packet {
     /// fewer are there.
     OpResult decode(GxfBuffer& buffer) override;
     bool isEqual(Packet const&) const override { return true; }
+
+  private:
+    OpResult decodeAloud(GxfBuffer& buffer);
+    OpResult decodeFields(GxfBuffer& buffer);
 };
 
 /// The end of a stream: a header alone.

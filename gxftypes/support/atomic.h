@@ -63,15 +63,19 @@ class AtomicCounter {
         std::atomic_ref<zvAtomic_t>(m_word).store(count, std::memory_order_relaxed);
         return count;
     }
-    /// Takes one off a counter of references, of which the caller has one. If it is the only one,
-    /// no other thread can use the counter any more.
+    /// Takes one off a counter of references, of which the caller has one.
     int dropReference() {
-        std::atomic_ref<zvAtomic_t> const word(m_word);
-        if (word.load(std::memory_order_acquire) != 1) {
+        if (!isOnlyReference()) {
             return atomicDec(&m_word);
         }
-        word.store(0, std::memory_order_relaxed);
+        std::atomic_ref<zvAtomic_t>(m_word).store(0, std::memory_order_relaxed);
         return 0;
+    }
+    /// Of a counter of references, of which the caller has one: nobody else has one, and what all
+    /// others did with theirs is seen. So it stays, as nobody else can take one.
+    bool isOnlyReference() const {
+        return std::atomic_ref<zvAtomic_t>(const_cast<zvAtomic_t&>(m_word))
+                   .load(std::memory_order_acquire) == 1;
     }
 
   private:

@@ -10,17 +10,6 @@ namespace Zorvan {
 
 MediaAgent::Properties const MediaAgent::s_nullAgent{};
 
-void GxfBuffer::reset(DataState state, unsigned long long offset) {
-    if (state == DataState::noData && m_isWindow) {
-        m_storage = nullptr;
-        m_capacity = 0;
-        m_isWindow = false;
-    }
-    m_begin = 0;
-    m_occupied = state == DataState::filled ? m_capacity : 0;
-    m_baseOffset = offset;
-}
-
 bool GxfBuffer::addOccupiedSlow(unsigned n) {
     if (!makeRoom(n)) {
         return false;

@@ -51,7 +51,16 @@ class GxfBuffer {
 
     /// Sets contents and stream position anew: nothing (a window lets go of the caller's array),
     /// empty storage, or storage full of input.
-    void reset(DataState state, unsigned long long offset);
+    void reset(DataState state, unsigned long long offset) {
+        if (state == DataState::noData && m_isWindow) {
+            m_storage = nullptr;
+            m_capacity = 0;
+            m_isWindow = false;
+        }
+        m_begin = 0;
+        m_occupied = state == DataState::filled ? m_capacity : 0;
+        m_baseOffset = offset;
+    }
 
     /// Bytes that can be consumed.
     unsigned nOccupied() const { return m_occupied; }
