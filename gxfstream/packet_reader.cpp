@@ -222,6 +222,7 @@ bool PacketReader::readPacket() {
         last->MediaPacket::reset(*m_header);
         return decodeMedia(*last);
     }
+    m_current.packet = nullptr; // back to the pool, to be used again at once
     m_current.packet = m_header->createActual();
     if (m_current.packet.get() == nullptr) {
         m_current.packet = m_pool.alloc(packetTypeHeader);

@@ -442,8 +442,9 @@ TEST(GxfBuffer, DecodersGiveTheirTypes) {
 TEST(GxfBuffer, DecodersAllocateNothing) {
     Bytes bytes = Bytes().fill(100, 1);
     GxfBuffer buffer = bytes.filledBuffer();
+    auto const& rows = decoderRows();
     auto const allocations = allocationCount();
-    for (DecoderRow const& row : decoderRows()) {
+    for (DecoderRow const& row : rows) {
         row.decode(buffer);
     }
     EXPECT_EQ(allocationCount(), allocations);
