@@ -111,9 +111,9 @@ BENCHMARK(encodeMap);
 int main(int argc, char** argv) {
     return runAndCompare(argc, argv,
                          {{"MAP of 20 tracks: decode, ns per tag", Comparison::counterValue,
-                           "decodeMap", "", "time/tag", -1},
+                           "decodeMap", "", "time/tag", -1, 1e9},
                           {"MAP of 20 tracks: encode, ns per tag", Comparison::counterValue,
-                           "encodeMap", "", "time/tag", -1},
+                           "encodeMap", "", "time/tag", -1, 1e9},
                           {"MAP of 20 tracks: heap allocations per decode",
                            Comparison::counterValue, "decodeMap", "", "allocations", -1},
                           {"MAP of 20 tracks: heap allocations per encode",

@@ -20,6 +20,7 @@ struct Comparison {
     std::string baseline; ///< the benchmark that the subject is compared with
     std::string counter;  ///< of the two, unless times are compared
     double reach;         ///< the most that it should come to; negative for none
+    double scale = 1;     ///< what to multiply a counter with
 };
 
 /// Collects every repetition, prints their medians, and compares benchmarks in the end.
@@ -104,9 +105,9 @@ class ComparingReporter : public benchmark::ConsoleReporter {
         case Comparison::timeRatio:
             return subject / baseline;
         case Comparison::counterDifference:
-            return subject - baseline;
+            return (subject - baseline) * comparison.scale;
         case Comparison::counterValue:
-            return subject;
+            return subject * comparison.scale;
         }
         return 0;
     }

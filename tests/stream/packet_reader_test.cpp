@@ -279,6 +279,34 @@ TEST_P(PacketReaderTest, aSoundStreamGivesEachPacketWithItsPlace) {
     EXPECT_EQ(reading.packets[7].text, "EOS:16b@588");
 }
 
+TEST_P(PacketReaderTest, aPacketThatSomebodyKeepsStaysAsItIs) {
+    Sketch const sketch = smallStream();
+    Reading const reading = read(sketch.bytes);
+    StreamSource const source(GetParam(), sketch.bytes);
+    NotingReader reader(*source);
+    std::vector<AutoRefPtr<Packet>> kept;
+    while (StreamPacket const* const packet = reader->next()) {
+        kept.push_back(packet->packet);
+    }
+    ASSERT_EQ(kept.size(), reading.packets.size());
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        EXPECT_EQ(kept[i]->toString().get(), reading.packets[i].text);
+        EXPECT_TRUE(kept[i]->isUnshared());
+    }
+}
+
+TEST_P(PacketReaderTest, aMediaPacketThatNobodyKeepsComesOutAgain) {
+    Sketch const sketch = Sketch().add(audio(0, 100)).add(audio(2, 100)).add(audio(4, 100));
+    StreamSource const source(GetParam(), sketch.bytes);
+    NotingReader reader(*source);
+    ASSERT_NE(reader->next(), nullptr);
+    Packet const* const first = reader->next()->packet.get();
+    StreamPacket const* const packet = reader->next();
+    EXPECT_EQ(packet->packet.get(), first);
+    EXPECT_EQ(packet->media()->hdr.mediaField, 4U);
+    EXPECT_TRUE(packet->packet->isUnshared());
+}
+
 TEST_P(PacketReaderTest, anEmptyStreamHasNoPackets) {
     Reading const reading = read({});
     EXPECT_EQ(reading.offsets(), Offsets());

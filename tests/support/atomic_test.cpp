@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <limits>
 #include <thread>
 #include <type_traits>
 
@@ -68,6 +69,49 @@ TEST(AtomicCounter, LosesNothingBetweenTwoThreads) {
     count();
     other.join();
     EXPECT_EQ(counter.getCount(), 7 + 2 * rounds);
+}
+
+TEST(AtomicCounter, CountsReferences) {
+    AtomicCounter counter(0);
+    EXPECT_FALSE(counter.isOnlyReference());
+    EXPECT_EQ(counter.takeFirstReference(), 1);
+    EXPECT_EQ(counter.getCount(), 1);
+    EXPECT_TRUE(counter.isOnlyReference());
+    EXPECT_EQ(++counter, 2);
+    EXPECT_FALSE(counter.isOnlyReference());
+    EXPECT_EQ(counter.dropReference(), 1);
+    EXPECT_TRUE(counter.isOnlyReference());
+    EXPECT_EQ(counter.dropReference(), 0);
+    EXPECT_EQ(counter.getCount(), 0);
+}
+
+TEST(AtomicCounter, CountsReferencesThatAreWrong) {
+    AtomicCounter counter(0);
+    EXPECT_EQ(counter.dropReference(), -1);
+    EXPECT_EQ(counter.dropReference(), -2);
+    EXPECT_EQ(counter.takeFirstReference(), -1);
+    AtomicCounter most(std::numeric_limits<int>::max());
+    EXPECT_EQ(most.takeFirstReference(), std::numeric_limits<int>::min());
+}
+
+TEST(AtomicCounter, TheLastOfTwoThreadsSeesWhatTheOtherDid) {
+    for (int round = 0; round < 2000; ++round) {
+        AtomicCounter counter(2);
+        int mine = 0;
+        int others = 0;
+        int seen = 0;
+        auto const drop = [&](int& own) {
+            own = 1;
+            if (counter.dropReference() == 0) {
+                seen = mine + others;
+            }
+        };
+        std::thread other([&] { drop(others); });
+        drop(mine);
+        other.join();
+        ASSERT_EQ(seen, 2);
+        ASSERT_EQ(counter.getCount(), 0);
+    }
 }
 
 } // namespace

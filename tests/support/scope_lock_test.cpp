@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <gxftypes/packet/gxf.h>
 
@@ -101,6 +103,49 @@ TEST(JMutex, LocksAndUnlocksByHand) {
     mutex.unlock();
     other.join();
     EXPECT_TRUE(entered);
+}
+
+TEST(JMutex, WakesAllThatWait) {
+    constexpr int threads = 4;
+    constexpr int rounds = 200;
+    JMutex mutex;
+    int unguarded = 0;
+    std::vector<std::thread> waiting;
+    mutex.lock();
+    for (int i = 0; i < threads; ++i) {
+        waiting.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                ScopeLock<JMutex> const lock(mutex);
+                int const before = unguarded;
+                std::this_thread::yield();
+                unguarded = before + 1;
+            }
+        });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    mutex.unlock();
+    for (std::thread& thread : waiting) {
+        thread.join();
+    }
+    EXPECT_EQ(unguarded, threads * rounds);
+}
+
+TEST(JMutex, LeavesErrnoAlone) {
+    JMutex mutex;
+    errno = ENOENT;
+    {
+        ScopeLock<JMutex> const lock(mutex);
+        EXPECT_EQ(errno, ENOENT);
+    }
+    EXPECT_EQ(errno, ENOENT);
+
+    mutex.lock();
+    std::thread other([&] { ScopeLock<JMutex> const lock(mutex); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    errno = ENOENT;
+    mutex.unlock();
+    EXPECT_EQ(errno, ENOENT);
+    other.join();
 }
 
 } // namespace

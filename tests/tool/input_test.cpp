@@ -1,6 +1,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <thread>
@@ -331,12 +332,20 @@ std::string terminalOutput(Arguments const& options) {
         std::this_thread::sleep_for(std::chrono::milliseconds(700));
     }
     EXPECT_EQ(process.wait(asText(endOfStream())).status, 0);
-    ::fcntl(master, F_SETFL, O_NONBLOCK);
-    char bytes[4096];
-    ssize_t const got = ::read(master, bytes, sizeof(bytes));
+    // What was written may come through the terminal in pieces, and a little later.
+    std::string shown;
+    pollfd waiting{master, POLLIN, 0};
+    while (::poll(&waiting, 1, 1000) > 0) {
+        char bytes[4096];
+        ssize_t const got = ::read(master, bytes, sizeof(bytes));
+        if (got <= 0) {
+            break;
+        }
+        shown.append(bytes, static_cast<std::size_t>(got));
+    }
     ::close(keepsItOpen);
     ::close(master);
-    return {bytes, got > 0 ? static_cast<std::size_t>(got) : 0};
+    return shown;
 }
 
 TEST(Progress, IsShownOnATerminalAndRemovedAtTheEnd) {

@@ -52,7 +52,7 @@ class ClipTime {
   public:
     explicit ClipTime(MapPacket const& map)
         : m_fieldsPerSecond(map.tracks.getRealFieldRate()),
-          m_hertz(static_cast<unsigned>(map.tracks.getRealFrameRate() + 0.5)) {
+          m_hertz(static_cast<unsigned>(std::lround(map.tracks.getRealFrameRate()))) {
         if (MapPacket::Track const* const track = map.tracks.getAnyTrackWithVideoRate()) {
             m_fieldsPerFrame = track->getNumFields() == 1 ? 1 : 2;
         }

@@ -32,7 +32,8 @@ std::set<PacketType> typesOf(std::vector<std::string> const& names) {
         std::size_t const before = types.size();
         std::string known;
         for (PacketType const type : knownTypes) {
-            known += (known.empty() ? "" : ", ") + std::string(getName(type));
+            known += known.empty() ? "" : ", ";
+            known += getName(type);
             if (striCmp(name.c_str(), getName(type)) == 0) {
                 types.insert(type);
                 known.clear();

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -234,7 +235,7 @@ class Seek {
         }
         PerFrameTimecode const& striped = m_map->tracks.stripedTc;
         MapPacket::Track const& track = *m_map->getTimecodeTrack();
-        auto const hertz = static_cast<unsigned>(track.getRealFrameRate() + 0.5);
+        auto const hertz = static_cast<unsigned>(std::lround(track.getRealFrameRate()));
         unsigned long long const wanted = counterOf(m_wanted, hertz, striped.isDropFrame());
         unsigned long long const start = counterOf(digitsOf(striped), hertz, striped.isDropFrame());
         int const fields = track.getNumFields() == 1 ? 1 : 2;
