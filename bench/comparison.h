@@ -77,7 +77,9 @@ class ComparingReporter : public benchmark::ConsoleReporter {
             m_values[run.run_name.function_name + (arguments.empty() ? "" : "/") + arguments];
         values.times.push_back(run.GetAdjustedCPUTime());
         for (auto const& [name, counter] : run.counters) {
-            values.counters[name].push_back(counter.value);
+            // Inverted rates are times in seconds; the table has them in nanoseconds.
+            bool const isTime = (counter.flags & benchmark::Counter::kInvert) != 0;
+            values.counters[name].push_back(isTime ? counter.value * 1e9 : counter.value);
         }
     }
 

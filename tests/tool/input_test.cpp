@@ -1,8 +1,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
-#include <poll.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
