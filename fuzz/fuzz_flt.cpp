@@ -81,12 +81,16 @@ void checkBounds(FieldLocTblPacket& flt, unsigned field, unsigned margin) {
     OffsetBracket bracket;
     bracket.lower = untouched;
     bracket.upper = untouched;
-    if (!flt.findBounds(field, margin, bracket)) {
+    unsigned const margins = flt.fieldsPerEntry <= margin ? 2 * margin : margin;
+    bool const canTell = flt.table.size() >= 2 && field > flt.firstField && field >= margins &&
+                         flt.fieldsPerEntry != 0 &&
+                         (field - margins - flt.firstField) / flt.fieldsPerEntry < flt.table.size();
+    check(flt.findBounds(field, margin, bracket) == canTell);
+    if (!canTell) {
         check(bracket.lower == untouched && bracket.upper == untouched);
         return;
     }
     check(isBoundOf(flt, bracket.lower));
-    unsigned const margins = flt.fieldsPerEntry <= margin ? 2 * margin : margin;
     // In the arithmetic of 32 bits, as everywhere here.
     check(field - margins - bracket.lower.field < flt.fieldsPerEntry);
     check(bracket.upper == untouched || isBoundOf(flt, bracket.upper));

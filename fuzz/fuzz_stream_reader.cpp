@@ -127,8 +127,36 @@ bool isHeaderOf(StreamPacket const& packet, ByteVector const& bytes) {
            packet.type == bytes[packet.offset + 5];
 }
 
+/// Bytes of a payload without which a packet doesn't come out, of which `first` is the first one.
+std::uint32_t neededOf(StreamPacket const& packet, unsigned first) {
+    constexpr std::uint32_t all = 0xFFFFFFFF;
+    bool const isTimecode = first == 7 || first == 8 || first == 24;
+    std::uint32_t const looked = packet.type == packetTypeMedia         ? (isTimecode ? 4112 : 16)
+                                 : packet.type == packetTypeFieldLocTbl ? 4008
+                                 : packet.type == packetTypeMap         ? all
+                                                                        : 0;
+    return std::min(packet.length - Packet::headerSize, looked);
+}
+
+/// The block of timecodes holds what the stream has.
+void checkTimecodes(PerFrameTcSet const& set, unsigned char const* payload) {
+    for (unsigned i = 0; i < PerFrameTcSet::entries; ++i) {
+        bool const valid = (payload[16 + 4032 + i / 8] >> (i % 8) & 1) != 0;
+        check(set.isValid(i) == valid && set.timecodes[i].valid == valid);
+    }
+}
+
 void checkPacket(StreamPacket const& packet, ByteVector const& bytes) {
     check(isHeaderOf(packet, bytes));
+    std::size_t const begin = packet.offset + Packet::headerSize;
+    std::size_t const there = bytes.size() - begin;
+    check(there >= neededOf(packet, there != 0 ? bytes[begin] : 0));
+    if (MediaPacket const* const media = packet.media()) {
+        // A payload below the block's size gives a block of what follows it, and zeros.
+        if (media->perFrameTc.get() != nullptr && there >= 4112) {
+            checkTimecodes(*media->perFrameTc, bytes.data() + begin);
+        }
+    }
     check(packet.packet.get() != nullptr);
     check(packet.packet->fileOffset == packet.offset && packet.packet->length == packet.length);
     check(packet.packet->type == packet.type);
