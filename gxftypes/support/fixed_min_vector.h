@@ -15,8 +15,16 @@ template <typename T, unsigned N> class FixedMinVector {
 
   public:
     FixedMinVector() : m_data(m_inlineElems), m_capacity(N), m_count(0) {}
-    FixedMinVector(FixedMinVector const&) = delete;
-    FixedMinVector& operator=(FixedMinVector const&) = delete;
+    FixedMinVector(FixedMinVector const& other) : FixedMinVector() { *this = other; }
+    FixedMinVector& operator=(FixedMinVector const& other) {
+        if (this != &other) {
+            resize(other.m_count);
+            for (unsigned i = 0; i < m_count; ++i) {
+                m_data[i] = other.m_data[i];
+            }
+        }
+        return *this;
+    }
     virtual ~FixedMinVector() { freeHeap(); }
 
     unsigned size() const { return m_count; }

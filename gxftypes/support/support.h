@@ -13,6 +13,7 @@
 #include <gxftypes/support/encode_checker.h>
 #include <gxftypes/support/fixed_min_vector.h>
 #include <gxftypes/support/fixed_point.h>
+#include <gxftypes/support/fs_file_io.h>
 #include <gxftypes/support/format_str.h>
 #include <gxftypes/support/gxf_buffer.h>
 #include <gxftypes/support/gxf_local_msg_clamp.h>
@@ -46,6 +47,7 @@ using Zorvan::AutoArrayPtr;
 using Zorvan::AutoPtr;
 using Zorvan::AutoRefPtr;
 using Zorvan::BitChunkParser;
+using Zorvan::BasicFileIO;
 using Zorvan::Bitset;
 using Zorvan::Clock;
 using Zorvan::DebuggerOn;
@@ -55,6 +57,7 @@ using Zorvan::EncodeChecker;
 using Zorvan::FixedMinVector;
 using Zorvan::FixedPoint;
 using Zorvan::FormatStr;
+using Zorvan::FsFileIO;
 using Zorvan::GmtCalendar;
 using Zorvan::GxfBuffer;
 using Zorvan::GxfLocalMsgClamp;
