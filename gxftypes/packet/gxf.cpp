@@ -99,6 +99,7 @@ AutoRefPtr<Packet> Packet::createActual() const {
     case packetTypeMedia:
     case packetTypeEos:
     case packetTypeFieldLocTbl:
+    case packetTypeUmfFile:
         return pool.alloc(*this);
     default:
         return nullptr;
@@ -242,6 +243,8 @@ Packet* PacketPool::create(PacketType type) {
         return new EndOfStreamPacket(*this);
     case packetTypeFieldLocTbl:
         return new FieldLocTblPacket(*this);
+    case packetTypeUmfFile:
+        return new UmfPacket(*this);
     case packetTypeInternalUmfChunk:
         return new UmfPacket::UmfPacketChunk(*this);
     default:

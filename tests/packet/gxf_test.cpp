@@ -196,7 +196,7 @@ TEST(Packet, BaseAnswers) {
 
 TEST(Packet, RecalcOffsetSetsThePosition) {
     PacketPool pool;
-    for (unsigned const type : {0U, 188U, 191U, 251U, 252U, 256U}) {
+    for (unsigned const type : {0U, 188U, 191U, 251U, 252U, 253U, 256U}) {
         AutoRefPtr<Packet> const packet = pool.alloc(typeOf(type));
         packet->recalcOffset(0xFEDCBA9876543210);
         EXPECT_EQ(packet->getFileOffset(), 0xFEDCBA9876543210U);
@@ -245,6 +245,10 @@ TEST(Packet, LengthsOfEveryClass) {
         {191, 96, 80, 80, 0},
         {191, 100, 84, 80, 4},
         {191, 0xFFFFFFFF, 0xFFFFFFEF, 80, 0xFFFFFF9F},
+        {253, 0, 0xFFFFFFF0, 5, 0},
+        {253, 16, 0, 5, 0},
+        {253, 32792, 32776, 5, 0},
+        {253, 0xFFFFFFFF, 0xFFFFFFEF, 5, 0},
     };
     PacketPool pool;
     for (Row const& row : rows) {
@@ -255,7 +259,8 @@ TEST(Packet, LengthsOfEveryClass) {
         EXPECT_EQ(packet->getPayloadLength(), row.payload);
         EXPECT_EQ(packet->getPart1Length(), row.part1);
         EXPECT_EQ(packet->getPart2Length(), row.part2);
-        EXPECT_EQ(packet->calcLength(), row.length);
+        // That of a UMF counts its content: the two descriptions that it always has, 104 bytes.
+        EXPECT_EQ(packet->calcLength(), row.type == 253 ? 16 + 5 + 104 + 3 : row.length);
     }
 }
 
@@ -266,7 +271,7 @@ TEST(Packet, WhoNeedsAllData) {
         bool expected;
     };
     constexpr Row rows[] = {
-        {0, 7, false},   {188, 0, true}, {252, 0, true},  {251, 7, false},
+        {0, 7, false},   {188, 0, true}, {252, 0, true},  {251, 7, false},  {253, 0, true},
         {256, 7, false}, {191, 7, true}, {191, 9, false}, {191, 11, false},
     };
     PacketPool pool;
@@ -281,14 +286,14 @@ TEST(Packet, WhoNeedsAllData) {
 
 TEST(Packet, TypedPointers) {
     PacketPool pool;
-    for (unsigned const type : {0U, 188U, 191U, 251U, 252U, 256U}) {
+    for (unsigned const type : {0U, 188U, 191U, 251U, 252U, 253U, 256U}) {
         SCOPED_TRACE(type);
         AutoRefPtr<Packet> const packet = pool.alloc(typeOf(type));
         Packet* const none = nullptr;
         Packet* const self = packet.get();
         EXPECT_EQ(packet->getMapPacket().get(), type == 188 ? self : none);
         EXPECT_EQ(packet->getMediaPacket().get(), type == 191 ? self : none);
-        EXPECT_EQ(static_cast<void*>(packet->getUmfPacket().get()), nullptr);
+        EXPECT_EQ(packet->getUmfPacket().get(), type == 253 ? self : none);
         EXPECT_EQ(packet->getFltPacket().get(), type == 252 ? self : none);
         EXPECT_EQ(packet->getEosPacket().get(), type == 251 ? self : none);
         EXPECT_EQ(packet->getPacketOrder(), umfPacketOrderUninit);
@@ -310,7 +315,7 @@ TEST(Packet, TypedPointerIsAReferenceOfItsOwn) {
 
 TEST(Packet, OnlyAHeaderIsAHeader) {
     PacketPool pool;
-    for (unsigned const type : {188U, 191U, 251U, 252U, 256U}) {
+    for (unsigned const type : {188U, 191U, 251U, 252U, 253U, 256U}) {
         AutoRefPtr<Packet> const packet = pool.alloc(typeOf(type));
         packet->type = packetTypeHeader;
         EXPECT_EQ(packet->getAutoHdrPtr().get(), nullptr) << type;
@@ -326,7 +331,8 @@ TEST(Packet, ClassesWithAPayloadAreValidByTheirOwnFlagAndTheHeader) {
     AutoRefPtr<Packet> const map = pool.alloc(packetTypeMap);
     AutoRefPtr<Packet> const flt = pool.alloc(packetTypeFieldLocTbl);
     AutoRefPtr<Packet> const media = pool.alloc(packetTypeMedia);
-    for (Packet* const packet : {map.get(), flt.get(), media.get()}) {
+    AutoRefPtr<Packet> const umf = pool.alloc(packetTypeUmfFile);
+    for (Packet* const packet : {map.get(), flt.get(), media.get(), umf.get()}) {
         EXPECT_TRUE(packet->isValid());
         packet->leaderMark = 0;
         EXPECT_FALSE(packet->isValid());
@@ -335,7 +341,8 @@ TEST(Packet, ClassesWithAPayloadAreValidByTheirOwnFlagAndTheHeader) {
     map->getMapPacket()->packetValid = false;
     flt->getFltPacket()->packetValid = false;
     media->getMediaPacket()->valid = false;
-    for (Packet const* const packet : {map.get(), flt.get(), media.get()}) {
+    umf->getUmfPacket()->valid = false;
+    for (Packet const* const packet : {map.get(), flt.get(), media.get(), umf.get()}) {
         EXPECT_FALSE(packet->isValid());
     }
 }
@@ -538,7 +545,7 @@ TEST(Packet, CreateActualKnowsTheKindsOfTheWire) {
     PacketPool pool;
     MessageCapture const capture;
     AutoRefPtr<Packet> const header = pool.alloc(packetTypeHeader);
-    for (unsigned const type : {188U, 191U, 251U, 252U}) {
+    for (unsigned const type : {188U, 191U, 251U, 252U, 253U}) {
         SCOPED_TRACE(type);
         setOddFields(*header);
         header->type = typeOf(type);
@@ -549,6 +556,7 @@ TEST(Packet, CreateActualKnowsTheKindsOfTheWire) {
         EXPECT_EQ(dynamic_cast<MediaPacket*>(actual.get()) != nullptr, type == 191);
         EXPECT_EQ(dynamic_cast<EndOfStreamPacket*>(actual.get()) != nullptr, type == 251);
         EXPECT_EQ(dynamic_cast<FieldLocTblPacket*>(actual.get()) != nullptr, type == 252);
+        EXPECT_EQ(dynamic_cast<UmfPacket*>(actual.get()) != nullptr, type == 253);
         EXPECT_EQ(actual->preserve(), 2);
         EXPECT_EQ(actual->release(), 1);
         actual->type = packetTypeMap;

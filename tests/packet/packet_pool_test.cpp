@@ -72,7 +72,7 @@ void leak(AutoRefPtr<Packet> const& packet) {
     leaked->push_back(packet.get());
 }
 
-constexpr unsigned kinds[] = {0, 188, 191, 251, 252, 256};
+constexpr unsigned kinds[] = {0, 188, 191, 251, 252, 253, 256};
 
 } // namespace
 
@@ -89,6 +89,7 @@ TEST(PacketPool, MakesTheClassOfEachType) {
         EXPECT_EQ(dynamic_cast<MediaPacket*>(object) != nullptr, type == 191);
         EXPECT_EQ(dynamic_cast<EndOfStreamPacket*>(object) != nullptr, type == 251);
         EXPECT_EQ(dynamic_cast<FieldLocTblPacket*>(object) != nullptr, type == 252);
+        EXPECT_EQ(dynamic_cast<UmfPacket*>(object) != nullptr, type == 253);
         EXPECT_EQ(dynamic_cast<UmfPacket::UmfPacketChunk*>(object) != nullptr, type == 256);
         EXPECT_EQ(packet->getType(), typeOf(type));
         EXPECT_EQ(packet->length, 16U);
@@ -148,7 +149,7 @@ TEST(PacketPool, ModelHandsOverItsHeader) {
 
 TEST(PacketPool, PayloadFlagsFollowTheFormOfTheReset) {
     PacketPool pool;
-    for (unsigned const type : {188U, 191U, 252U}) {
+    for (unsigned const type : {188U, 191U, 252U, 253U}) {
         AutoRefPtr<Packet> const byType = pool.alloc(typeOf(type));
         EXPECT_TRUE(byType->isValid()) << type;
         EXPECT_FALSE(pool.alloc(*byType)->isValid()) << type;
@@ -193,7 +194,7 @@ TEST(PacketPool, RecyclesByType) {
         PacketPool pool;
         ToldPacket* const given = giveToPool(typeOf(type), pool, destroyed);
         for (unsigned const other : types) {
-            if (other != type && other != 253) {
+            if (other != type) {
                 EXPECT_NE(pool.alloc(typeOf(other)).get(), given) << type << ", " << other;
             }
         }
@@ -431,7 +432,7 @@ TEST(PacketPool, PacketWithASecondReferenceIsReturnedAllTheSame) {
 
 TEST(PacketPool, FreePacketThatIsReleasedAgainStaysFree) {
     // The slot meets the packet that it holds.
-    for (unsigned const type : {0U, 188U, 251U, 252U, 256U}) {
+    for (unsigned const type : {0U, 188U, 251U, 252U, 253U, 256U}) {
         PacketPool pool;
         Packet* const free = pool.alloc(typeOf(type)).get();
         MessageCapture const capture;
