@@ -11,9 +11,9 @@ namespace {
 
 constexpr unsigned headerSize = Packet::headerSize;
 
-// What every source can hold at once. A MAP's sections fill 128 KiB at most; the rest is for the
-// tail that it may carry.
-constexpr std::uint32_t largestMap = PipeSource::lookAhead;
+// What every source can hold at once. A MAP's sections fill 128 KiB at most, the rest is for the
+// tail that it may carry; a UMF's packets take 32 KiB each.
+constexpr std::uint32_t largestWhole = PipeSource::lookAhead;
 
 // What a decode of these looks at, however long the packet is.
 constexpr std::uint32_t fltPart = 8 + 4 * FieldLocTblPacket::maxEntries;
@@ -77,12 +77,15 @@ PacketReader::PacketReader(ByteSource& source, FaultHandler onFault)
 void PacketReader::seek(std::uint64_t offset) {
     m_position = m_isSeekable ? offset : std::max(offset, m_position);
     m_current.packet = nullptr;
+    m_current.umf = nullptr;
+    m_joiner.drop();
     m_hasCurrent = false;
     m_silentSearch = true;
     m_ended = false;
 }
 
 StreamPacket const* PacketReader::next() {
+    m_current.umf = nullptr;
     while (!m_ended) {
         if (hasFailed() && reportFailure(m_hasCurrent ? m_current.offset : m_position)) {
             m_ended = true;
@@ -103,6 +106,7 @@ StreamPacket const* PacketReader::next() {
         }
     }
     m_current.packet = nullptr;
+    m_joiner.finish(umfReport());
     return nullptr;
 }
 
@@ -210,10 +214,12 @@ bool PacketReader::readPacket() {
     if (!m_isSeekable) {
         m_source.release(m_current.offset);
     }
-    if (m_current.type == packetTypeMap && m_current.length > largestMap) {
+    bool const isWhole = m_current.type == packetTypeMap || m_current.type == packetTypeUmfFile;
+    if (isWhole && m_current.length > largestWhole) {
+        char const* const name = GxfTypes::getName(m_current.type);
         report(StreamFault::oversize, m_current.offset, m_current.length,
-               "this map packet claims " + plural(m_current.length, "byte") +
-                   ", more than a map packet can need; it is passed over");
+               std::string("this ") + name + " packet claims " + plural(m_current.length, "byte") +
+                   ", more than a " + name + " packet can need; it is passed over");
         m_current.packet = nullptr;
         return false;
     }
@@ -223,7 +229,12 @@ bool PacketReader::readPacket() {
         return decodeMedia(*last);
     }
     m_current.packet = nullptr; // back to the pool, to be used again at once
-    m_current.packet = m_header->createActual();
+    if (m_current.type == packetTypeUmfFile) {
+        m_umfPool.reset();
+        m_current.packet = m_umfPool.alloc(*m_header);
+    } else {
+        m_current.packet = m_header->createActual();
+    }
     if (m_current.packet.get() == nullptr) {
         m_current.packet = m_pool.alloc(packetTypeHeader);
         m_current.packet->reset(*m_header);
@@ -290,6 +301,9 @@ bool PacketReader::decodePayload() {
     Window buffer(bytes, offset);
     m_current.result = packet.decode(buffer);
     judgePayload(false);
+    if (m_current.type == packetTypeUmfFile) {
+        m_current.umf = m_joiner.add(*m_header, bytes, umfReport());
+    }
     return true;
 }
 
@@ -314,6 +328,12 @@ void PacketReader::dropStaleState() {
         auto& table = static_cast<FieldLocTblPacket&>(*m_current.packet);
         table.msgClamp = GxfLocalMsgClamp(1);
     }
+}
+
+UmfJoiner::Report PacketReader::umfReport() {
+    return [this](std::uint64_t offset, std::uint64_t bytes, std::string text) {
+        report(StreamFault::payload, offset, bytes, std::move(text));
+    };
 }
 
 void PacketReader::judgePayload(bool timecodes) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <gxfstream/header_search.h>
+#include <gxfstream/umf_joiner.h>
 #include <gxftypes/packet/gxf.h>
 
 namespace GxfStream {
@@ -38,6 +39,8 @@ struct StreamPacket {
     GxfTypes::AutoRefPtr<GxfTypes::Packet> packet;
     /// What decoding the payload came to; success where none was tried.
     GxfTypes::OpResult result;
+    /// The UMF that this packet completes; null for all other packets.
+    StreamUmf const* umf = nullptr;
 
     /// The media packet, or null.
     GxfTypes::MediaPacket* media() const;
@@ -91,6 +94,7 @@ class PacketReader {
     Span withBytesBehind(Span bytes, std::uint32_t payloadPart);
     void dropStaleState();
     void judgePayload(bool timecodes);
+    UmfJoiner::Report umfReport();
     void report(StreamFault::Kind kind, std::uint64_t offset, std::uint64_t bytes,
                 std::string text);
 
@@ -99,6 +103,8 @@ class PacketReader {
     FaultHandler m_onFault;
     HeaderSearch m_search;
     GxfTypes::PacketPool m_pool;
+    GxfTypes::PacketPool m_umfPool; ///< gives only new packets, see UmfJoiner
+    UmfJoiner m_joiner;
     GxfTypes::AutoRefPtr<GxfTypes::Packet> m_header;
     StreamPacket m_current;
     std::uint64_t m_position = 0;
