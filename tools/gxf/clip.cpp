@@ -16,6 +16,9 @@ Clip::Clip(Input& input, bool quick) {
             table.get() != nullptr && packet->result) {
             m_table = table;
         }
+        if (packet->umf != nullptr) {
+            m_umf = *packet->umf;
+        }
         if (quick && packet->media() != nullptr) {
             break;
         }

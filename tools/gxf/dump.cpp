@@ -23,6 +23,10 @@ int run(Options const& options) {
     while (GxfStream::StreamPacket const* const packet = input.next()) {
         output.write(forPeople(packet->packet->toString().get()));
         output.write("\n");
+        if (packet->umf != nullptr) {
+            output.write(forPeople(packet->umf->packet->toString().get()));
+            output.write("\n");
+        }
     }
     output.finish();
     return input.status();

@@ -5,6 +5,7 @@
 #include "info_text.h"
 #include "output.h"
 #include "text.h"
+#include "umf_facts.h"
 
 namespace Gxf {
 
@@ -105,6 +106,9 @@ ordered_json clipJson(Input const& input, Clip const& clip, bool quickly) {
         json["fieldLocatorTable"] = {{"fieldsPerEntry", table->fieldsPerEntry},
                                      {"entries", table->table.size()},
                                      {"valid", table->isValid()}};
+    }
+    if (clip.umf() != nullptr) {
+        json["umf"] = umfJson(*clip.umf());
     }
     return json;
 }

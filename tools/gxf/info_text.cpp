@@ -5,6 +5,7 @@
 
 #include "table.h"
 #include "text.h"
+#include "umf_facts.h"
 
 namespace Gxf {
 
@@ -229,7 +230,10 @@ std::string clipText(Input const& input, Clip const& clip, bool quickly) {
     if (!clip.tracks().empty()) {
         text += '\n' + tracksText(clip, quickly);
     }
-    return tail.text().empty() ? text : text + '\n' + tail.text();
+    if (!tail.text().empty()) {
+        text += '\n' + tail.text();
+    }
+    return clip.umf() != nullptr ? text + '\n' + umfText(*clip.umf()) : text;
 }
 
 } // namespace Gxf
