@@ -12,7 +12,7 @@ namespace GxfBench {
 
 /// A line of the table that a program prints behind its benchmarks.
 struct Comparison {
-    enum Measure { timeRatio, counterDifference, counterValue };
+    enum Measure { timeRatio, counterRatio, counterDifference, counterValue };
 
     std::string what;
     Measure measure;
@@ -105,6 +105,7 @@ class ComparingReporter : public benchmark::ConsoleReporter {
     static double compare(Comparison const& comparison, double subject, double baseline) {
         switch (comparison.measure) {
         case Comparison::timeRatio:
+        case Comparison::counterRatio:
             return subject / baseline;
         case Comparison::counterDifference:
             return (subject - baseline) * comparison.scale;

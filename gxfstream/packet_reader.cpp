@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include <gxfstream/decode_window.h>
+
 namespace GxfStream {
 
 using namespace GxfTypes;
@@ -21,17 +23,6 @@ constexpr std::uint32_t timecodePart = MediaPacketHdr::wireSize + PerFrameTcSet:
 
 // A block of timecodes is decoded only with that many bytes behind the payload.
 constexpr std::uint32_t behindTimecodes = 16;
-
-/// A buffer for a decoder over bytes at a stream position. The decoders of the library don't write
-/// into what they read from.
-class Window : public GxfBuffer {
-  public:
-    Window(Span bytes, std::uint64_t offset)
-        : GxfBuffer(const_cast<unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()),
-                    DataState::filled, MediaAgent(nullptr)) {
-        reset(DataState::filled, offset);
-    }
-};
 
 std::string plural(std::uint64_t count, char const* noun) {
     return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
@@ -78,7 +69,7 @@ void PacketReader::seek(std::uint64_t offset) {
     m_position = m_isSeekable ? offset : std::max(offset, m_position);
     m_current.packet = nullptr;
     m_current.umf = nullptr;
-    m_joiner.drop();
+    m_joiner.goOnAt(m_position);
     m_hasCurrent = false;
     m_silentSearch = true;
     m_ended = false;
@@ -167,6 +158,7 @@ bool PacketReader::resync() {
                    (found ? "; packets go on at offset " + std::to_string(*found)
                           : ", up to the end of the stream"));
     }
+    m_joiner.noteLostBytes();
     m_hasCurrent = false;
     m_position = from + passed;
     return found.has_value();
@@ -188,13 +180,14 @@ bool PacketReader::isPreviousLengthWrong() {
            "this " + std::string(GxfTypes::getName(m_current.type)) + " packet claims " +
                plural(m_current.length, "byte") + ", but packets go on inside it at offset " +
                std::to_string(*found));
+    m_joiner.noteLostBytes();
     m_position = *found;
     return true;
 }
 
 /// False for bytes that are no header.
 bool PacketReader::readHeader(Span bytes) {
-    Window buffer(bytes, m_position);
+    DecodeWindow buffer(bytes, m_position);
     auto& header = static_cast<PacketHeader&>(*m_header);
     header.PacketHeader::decode(buffer);
     return header.Packet::isValid();
@@ -220,6 +213,7 @@ bool PacketReader::readPacket() {
         report(StreamFault::oversize, m_current.offset, m_current.length,
                std::string("this ") + name + " packet claims " + plural(m_current.length, "byte") +
                    ", more than a " + name + " packet can need; it is passed over");
+        m_joiner.noteLostBytes();
         m_current.packet = nullptr;
         return false;
     }
@@ -270,7 +264,7 @@ bool PacketReader::decodeMedia(MediaPacket& media) {
     if (timecodes) {
         bytes = withBytesBehind(bytes, needed);
     }
-    Window buffer(bytes, offset);
+    DecodeWindow buffer(bytes, offset);
     m_current.result = media.MediaPacket::decode(buffer);
     if (!m_current.result || !media.valid || timecodes) {
         judgePayload(timecodes);
@@ -286,7 +280,7 @@ bool PacketReader::decodePayload() {
     std::uint32_t wanted = std::min(payloadLength, packet.getPart1Length());
     Span bytes = m_source.read(offset, wanted);
     if (!bytes.empty()) {
-        Window first(bytes, offset);
+        DecodeWindow first(bytes, offset);
         if (packet.needsAllData(first)) {
             wanted = m_current.type == packetTypeFieldLocTbl ? std::min(payloadLength, fltPart)
                                                              : payloadLength;
@@ -298,7 +292,7 @@ bool PacketReader::decodePayload() {
         return false;
     }
     dropStaleState();
-    Window buffer(bytes, offset);
+    DecodeWindow buffer(bytes, offset);
     m_current.result = packet.decode(buffer);
     judgePayload(false);
     if (m_current.type == packetTypeUmfFile) {

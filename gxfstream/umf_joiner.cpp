@@ -1,12 +1,28 @@
 #include <gxfstream/umf_joiner.h>
 
+#include <algorithm>
+
+#include <gxfstream/decode_window.h>
+
 namespace GxfStream {
 
 using namespace GxfTypes;
 
 namespace {
 
+// To the next multiple of 4.
 constexpr std::uint32_t largestPadding = 3;
+
+/// One line: the parser of the XML ends its texts with a line feed.
+std::string reasonOf(OpResult const& result) {
+    std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
+    if (*result.getText() != '\0') {
+        reason += std::string(": ") + result.getText();
+    }
+    reason.erase(reason.find_last_not_of('\n') + 1);
+    std::replace(reason.begin(), reason.end(), '\n', ' ');
+    return reason;
+}
 
 } // namespace
 
@@ -14,27 +30,14 @@ StreamUmf const* UmfJoiner::add(Packet const& header, Span payload, Report const
     // A packet that came back would bring its index, its tail and its XML along.
     m_pool.reset();
     AutoRefPtr<UmfPacket> const packet = m_pool.alloc(header)->getUmfPacket();
-    GxfBuffer buffer(const_cast<unsigned char*>(payload.data()),
-                     static_cast<unsigned>(payload.size()), GxfBuffer::DataState::filled,
-                     MediaAgent(nullptr));
-    buffer.reset(GxfBuffer::DataState::filled, header.fileOffset + Packet::headerSize);
+    DecodeWindow buffer(payload, header.fileOffset + Packet::headerSize);
     if (!packet->decode(buffer)) {
         // The reader tells of the packet itself.
         finish(report);
         return nullptr;
     }
-    if (!follows(packet->getPacketOrder(), header.fileOffset, header.length, report)) {
-        return nullptr;
-    }
-    std::uint64_t const claimed = packet->preamble.getPayloadLength();
-    std::uint64_t const held = payload.size() - UmfPacket::Preamble::wireSize;
-    if (claimed > held || held - claimed > largestPadding) {
-        report(header.fileOffset, header.length,
-               "this umfFile packet claims a fragment of " + std::to_string(claimed) +
-                   " bytes, but holds " + std::to_string(held));
-    }
-    if (claimed > held) {
-        drop();
+    if (!follows(packet->getPacketOrder(), header.fileOffset, header.length, report) ||
+        !isWhole(*packet, header, payload.size(), report)) {
         return nullptr;
     }
     if (m_pending.get() != nullptr) {
@@ -60,30 +63,62 @@ bool UmfJoiner::follows(UmfPacketOrder order, std::uint64_t offset, std::uint32_
     if (begins) {
         finish(report);
         m_umf = StreamUmf();
+        m_lacksBytes = false;
+        m_passesOverRest = false;
         return true;
     }
     if (m_pending.get() != nullptr) {
         return true;
     }
-    report(offset, length,
-           std::string("this umfFile packet is a \"") + getName(order) +
-               "\" one without a \"First\" one in front of it");
+    if (!m_passesOverRest) {
+        report(offset, length,
+               std::string("this umfFile packet is a \"") + getName(order) +
+                   "\" one without a \"First\" one in front of it");
+    }
     return false;
+}
+
+/// True when the packet holds the fragment that it claims. A claim that disagrees is told.
+bool UmfJoiner::isWhole(UmfPacket const& packet, Packet const& header, std::size_t payloadSize,
+                        Report const& report) {
+    std::uint64_t const claimed = packet.preamble.getPayloadLength();
+    std::uint64_t const held = payloadSize - UmfPacket::Preamble::wireSize;
+    if (claimed <= held && held - claimed <= largestPadding) {
+        return true;
+    }
+    report(header.fileOffset, header.length,
+           "this umfFile packet claims a fragment of " + std::to_string(claimed) +
+               (claimed == 1 ? " byte" : " bytes") + ", but holds " + std::to_string(held));
+    if (claimed > held) {
+        finish(report);
+        m_passesOverRest = true;
+        return false;
+    }
+    m_lacksBytes = true;
+    return true;
 }
 
 StreamUmf const* UmfJoiner::complete(Report const& report) {
     m_umf.packet = m_pending;
     m_pending = nullptr;
+    // A number that any earlier failure left there would make the first number of the XML fail.
+    clearLastError();
     m_umf.result = m_umf.packet->decodeFinal();
+    UmfPacket const& packet = *m_umf.packet;
+    if (m_lacksBytes && packet.payloadDesc.totalLength != packet.decodedPayloadSize) {
+        report(m_umf.offset(), packet.length,
+               "bytes of the UMF that begins here are lost: it has " +
+                   std::to_string(packet.payloadDesc.totalLength) +
+                   " bytes, and its packets hold " + std::to_string(packet.decodedPayloadSize) +
+                   "; it is dropped");
+        m_umf = StreamUmf();
+        return nullptr;
+    }
     if (!m_umf.result) {
-        std::string reason = GxfOpSubsystem::getErrorName(m_umf.result.getCode());
-        if (*m_umf.result.getText() != '\0') {
-            reason += std::string(": ") + m_umf.result.getText();
-        }
-        report(m_umf.offset(), m_umf.packet->length,
-               (m_umf.packet->isValid() ? "the tail of the UMF that begins here is refused, "
-                                        : "the UMF that begins here is refused, ") +
-                   reason);
+        report(m_umf.offset(), packet.length,
+               (packet.isValid() ? "the tail of the UMF that begins here is refused, "
+                                 : "the UMF that begins here is refused, ") +
+                   reasonOf(m_umf.result));
     }
     return &m_umf;
 }
@@ -95,9 +130,15 @@ void UmfJoiner::finish(Report const& report) {
     }
 }
 
+void UmfJoiner::goOnAt(std::uint64_t offset) {
+    drop();
+    m_passesOverRest = offset != 0;
+}
+
 void UmfJoiner::drop() {
     m_pending = nullptr;
     m_umf = StreamUmf();
+    m_passesOverRest = true;
 }
 
 } // namespace GxfStream

@@ -27,7 +27,8 @@ struct StreamUmf {
 };
 
 /// Joins the packets of a stream's UMFs, each on packets that nobody used before, and decodes what
-/// they gathered. A broken sequence is told and doesn't touch what follows it.
+/// they gathered. A broken sequence is told once, at its beginning, and doesn't touch the UMFs
+/// behind it: the packets that would have continued it are passed over.
 class UmfJoiner {
   public:
     /// Takes the offset and the length of what is broken, and a line for people.
@@ -40,18 +41,28 @@ class UmfJoiner {
     /// completes a UMF, which is good until the next call.
     StreamUmf const* add(GxfTypes::Packet const& header, Span payload, Report const& report);
 
-    /// The stream has no more packets, or goes on somewhere else.
+    /// Bytes of the stream were passed over since the last packet. Whether the UMF at hand lacks
+    /// some of them shows in its size.
+    void noteLostBytes() { m_lacksBytes = m_pending.get() != nullptr; }
+
+    /// The stream has no more packets.
     void finish(Report const& report);
-    void drop();
+    /// The stream goes on at another offset: what continues a UMF from in front of it is no fault.
+    void goOnAt(std::uint64_t offset);
 
   private:
+    void drop();
     bool follows(GxfTypes::UmfPacketOrder order, std::uint64_t offset, std::uint32_t length,
                  Report const& report);
+    bool isWhole(GxfTypes::UmfPacket const& packet, GxfTypes::Packet const& header,
+                 std::size_t payloadSize, Report const& report);
     StreamUmf const* complete(Report const& report);
 
     GxfTypes::PacketPool m_pool;
     StreamUmf m_umf;
     GxfTypes::AutoRefPtr<GxfTypes::UmfPacket> m_pending;
+    bool m_lacksBytes = false;     ///< perhaps
+    bool m_passesOverRest = false; ///< of a UMF that was dropped
 };
 
 } // namespace GxfStream

@@ -9,7 +9,7 @@ namespace {
 
 using Offset = std::uint64_t;
 
-constexpr std::uint64_t largestMap = 4194304;
+constexpr std::uint64_t largestWhole = 4194304;
 
 class NaiveReader {
   public:
@@ -73,7 +73,8 @@ class NaiveReader {
         std::uint64_t const present = size() - at - 16;
         switch (type(at)) {
         case 188:
-            return length(at) <= largestMap && present >= payload;
+        case 253:
+            return length(at) <= largestWhole && present >= payload;
         case 252:
             return present >= std::min<std::uint64_t>(payload, 4008);
         case 191: {

@@ -6,18 +6,9 @@
 
 #include <gxftypes/packet/gxf.h>
 #include <libxml/parser.h>
-#include <testing/bytes.h>
+#include <testing/umf_builder.h>
 
 namespace GxfTesting {
-
-/// A text of ASCII characters as UTF-16, the low byte first.
-inline Bytes utf16(std::string_view ascii) {
-    Bytes bytes;
-    for (char const c : ascii) {
-        bytes.u8(static_cast<unsigned char>(c)).u8(0);
-    }
-    return bytes;
-}
 
 /// A document that is parsed without the library.
 class XmlDocument {

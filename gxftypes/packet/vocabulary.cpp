@@ -369,9 +369,15 @@ AutoPtr<char> timeToString(unsigned long long gxfTime) {
         convertGxfTimeToPosixTime(static_cast<long long>(gxfTime)) / 1000000);
     // 26 bytes are what ctime_r asks for; it fails for a year of more than four digits.
     char buffer[32];
-    // ctime heeds a TZ that changed since the last call; ctime_r alone doesn't.
-    tzset();
-    char const* const written = ctime_r(&seconds, buffer);
+    char const* written = nullptr;
+    {
+        // ctime heeds a TZ that changed since the last call; ctime_r alone doesn't. What tzset
+        // writes is the whole process's.
+        static JMutex mutex;
+        ScopeLock<JMutex> const lock(mutex);
+        tzset();
+        written = ctime_r(&seconds, buffer);
+    }
     FormatStr text(128);
     text.cat(written != nullptr ? written : "null");
     AutoPtr<char> result(text.releaseArrayString());

@@ -1,11 +1,24 @@
 #include <gxftypes/support/strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 #include <strings.h>
 
 namespace GxfTypes {
+
+namespace {
+
+bool isHeld(std::string_view text, std::string_view part) {
+    auto const upper = [](char c) { return std::toupper(static_cast<unsigned char>(c)); };
+    auto const equal = [&](char a, char b) { return a == b || upper(a) == upper(b); };
+    return part.empty() ||
+           std::search(text.begin(), text.end(), part.begin(), part.end(), equal) != text.end();
+}
+
+} // namespace
 
 unsigned getLastError() { return static_cast<unsigned>(errno); }
 
@@ -23,9 +36,9 @@ std::string upperCase(std::string const& text) {
     return upper;
 }
 
-bool hasSubString(std::string const& text, std::string const& part) {
-    return upperCase(text).find(upperCase(part)) != std::string::npos;
-}
+bool hasSubString(std::string const& text, std::string const& part) { return isHeld(text, part); }
+
+bool hasSubString(char const* text, char const* part) { return isHeld(text, part); }
 
 int striCmp(char const* a, char const* b) { return strcasecmp(a, b); }
 

@@ -14,6 +14,7 @@ unsigned long long strToUint64(char const* text, char** end, int base);
 std::string upperCase(std::string const& text);
 /// True when `part` occurs in `text`, whatever the case.
 bool hasSubString(std::string const& text, std::string const& part);
+bool hasSubString(char const* text, char const* part);
 /// Case-blind compare: negative, 0 or positive.
 int striCmp(char const* a, char const* b);
 int strniCmp(char const* a, char const* b, unsigned long count);

@@ -18,6 +18,33 @@ bool endsInNul(unsigned char const* text, unsigned length) {
     return length >= 2 && text[length - 1] == 0 && text[length - 2] == 0;
 }
 
+/// True when one of 16 characters is NUL.
+bool holdsNul(unsigned char const* text) {
+    constexpr std::uint64_t ones = 0x0001000100010001;
+    std::uint64_t borrows = 0;
+    for (unsigned i = 0; i < 4; ++i) {
+        std::uint64_t four = 0;
+        std::memcpy(&four, text + i * sizeof(four), sizeof(four));
+        borrows |= (four - ones) & ~four;
+    }
+    return (borrows & ones << 15) != 0;
+}
+
+/// The offset of the first NUL character; `length` without one.
+unsigned findNul(unsigned char const* text, unsigned length) {
+    constexpr unsigned block = 32;
+    unsigned i = 0;
+    while (length - i >= block && !holdsNul(text + i)) {
+        i += block;
+    }
+    for (; length - i >= 2; i += 2) {
+        if (text[i] == 0 && text[i + 1] == 0) {
+            return i;
+        }
+    }
+    return length;
+}
+
 /// Writes a new file; -1 when it can't be opened, which is logged as a failure of `function`.
 int writeFile(char const* function, char const* path, unsigned char const* bytes, unsigned count) {
     FsFileIO file("GxfXmlTree", path, 0);
@@ -124,7 +151,8 @@ OpResult GxfXmlTree::sanitizeXmlStream(unsigned char const* data, unsigned lengt
     unsigned written = 0;
     unsigned runMark = 0;
     unsigned zeroCount = 0;
-    for (unsigned i = 3; i < length; ++i) {
+    // Every run that counts holds a NUL character, and begins in it or one byte earlier.
+    for (unsigned i = std::max(findNul(data, length), 4U) - 1; i < length; ++i) {
         if (data[i] == 0) {
             if (data[i - 1] == 0) {
                 if (data[i - 2] != 0) {

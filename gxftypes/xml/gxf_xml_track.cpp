@@ -11,7 +11,7 @@ char const* trueOrFalse(bool value) { return value ? "t" : "f"; }
 } // namespace
 
 OpResult GxfXmlSegment::decode(_xmlNode* node) {
-    static constexpr char const* names[] = {"segment"};
+    static constexpr char const* names[] = {"Segment"};
     static constexpr char const* attributes[] = {
         "segmentIndex", "segmentName",     "segmentCode",   "segmentId",    "editId",
         "duration",     "naturalDuration", "startPosition", "numExtensions"};
@@ -36,7 +36,7 @@ OpResult GxfXmlSegment::decode(_xmlNode* node) {
 }
 
 OpResult GxfXmlSegment::decodeMediaSegment(_xmlNode* node) {
-    static constexpr char const* names[] = {"mediaSegment"};
+    static constexpr char const* names[] = {"MediaSegment"};
     static constexpr char const* attributes[] = {
         "fileType", "mediaIn",       "mediaOut",   "minMediaIn", "maxMediaOut",
         "fileName", "indexFileName", "sampleRate", "sampleSize", "videoFormat"};
@@ -187,7 +187,7 @@ OpResult GxfXmlSegment::decodeAudioSegment(_xmlNode* node) {
 }
 
 OpResult GxfXmlSegment::decodeTimecodeSegment(_xmlNode* node) {
-    static constexpr char const* names[] = {"timeCodeSegment"};
+    static constexpr char const* names[] = {"TimecodeSegment"};
     static constexpr char const* attributes[] = {"FirstMediaTimecodeMask", "LastMediaTimecodeMask",
                                                  "MediaInStr", "MediaOutStr", "DropFrame"};
     OpResult const result = checkNode(node, names, "a timecode node");
@@ -217,7 +217,7 @@ FormatStr GxfXmlSegment::toString() const {
 }
 
 OpResult GxfXmlTrack::decode(_xmlNode* node) {
-    static constexpr char const* names[] = {"track"};
+    static constexpr char const* names[] = {"Track"};
     OpResult result = checkNode(node, names, "a track node");
     if (!result) {
         return result;

@@ -118,6 +118,15 @@ OpResult GxfXmlTree::readSubTree(_xmlNode* node, unsigned depth) {
 OpResult GxfXmlTree::readElement(_xmlNode* node, bool& descend, XmlReaderNotes& notes) {
     static constexpr char const* accepted[] = {"Data", "Extension", "DVParameters",
                                                "MpegParameters", "AvciParameters"};
+    if (xmlStringCmp(node->name, "Track")) {
+        descend = false;
+        GxfXmlTrack track;
+        OpResult const result = track.decode(node);
+        if (result) {
+            xmlTracks.push_back(track);
+        }
+        return result;
+    }
     if (xmlStringCmp(node->name, "Header")) {
         return decodeHeader(node);
     }
@@ -129,15 +138,6 @@ OpResult GxfXmlTree::readElement(_xmlNode* node, bool& descend, XmlReaderNotes& 
     }
     if (xmlStringCmp(node->name, "Attributes")) {
         return decodeMovieAttributes(node);
-    }
-    if (xmlStringCmp(node->name, "Track")) {
-        descend = false;
-        GxfXmlTrack track;
-        OpResult const result = track.decode(node);
-        if (result) {
-            xmlTracks.push_back(track);
-        }
-        return result;
     }
     if (!isOneOf(node->name, accepted)) {
         notes.unknownElement(node);
@@ -157,7 +157,7 @@ OpResult GxfXmlTree::decodeMovie(_xmlNode* node) {
         "markOut",   "created",     "modified",          "videoFormat",      "lengthStr",
         "markInStr", "markOutStr",  "firstTimecodeMask", "lastTimecodeMask", "startTimecodeMask",
         "openCount", "accessCount", "totalExtensions",   "numExtensions"};
-    return passElement(node, "movie", "a movie node", attributes);
+    return passElement(node, "Movie", "a movie node", attributes);
 }
 
 OpResult GxfXmlTree::decodeTrackCount(_xmlNode* node) {

@@ -14,7 +14,34 @@ std::size_t lengthOf(xmlChar const* text) {
 
 bool isQuote(char c) { return c == '"' || c == '\''; }
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+/// Equals signs with a quote behind them.
+unsigned long long countValues(std::string_view text) {
+    constexpr std::size_t none = std::string_view::npos;
+    unsigned long long count = 0;
+    for (std::size_t at = text.find('='); at != none; at = text.find('=', at)) {
+        at = text.find_first_not_of(" \t\r\n", at + 1);
+        count += at != none && isQuote(text[at]) ? 1 : 0;
+    }
+    return count;
+}
+
+unsigned countOf(std::string_view text, char wanted) {
+    unsigned count = 0;
+    for (char const c : text) {
+        count += c == wanted ? 1 : 0;
+    }
+    return count;
+}
+
+/// By the exclamation mark, which is far rarer than the bracket in front of it.
+std::size_t findComment(std::string_view text, std::size_t from) {
+    constexpr std::size_t none = std::string_view::npos;
+    std::size_t at = text.find("!--", from + 1);
+    while (at != none && text[at - 1] != '<') {
+        at = text.find("!--", at + 1);
+    }
+    return at != none ? at - 1 : none;
+}
 
 } // namespace
 
@@ -28,7 +55,7 @@ xmlDoc* XmlParser::read(char const* text, unsigned length, char const* url, int 
     if (m_context == nullptr) {
         return nullptr;
     }
-    chargeTags(text, length);
+    chargeTags({text, length});
     chargeComments({text, length});
     if (m_refused) {
         return nullptr;
@@ -45,29 +72,28 @@ XmlParser& XmlParser::of(void* context) {
 }
 
 /// Each attribute of a tag is compared with all of the tag. A well-formed tag holds no other '<'.
-void XmlParser::chargeTags(char const* text, unsigned length) {
-    unsigned long long attributes = 0;
-    for (unsigned i = 0; i < length && !m_refused; ++i) {
-        if (text[i] == '=') {
-            unsigned value = i + 1;
-            while (value < length && isSpace(text[value])) {
-                ++value;
-            }
-            attributes += value < length && isQuote(text[value]) ? 1 : 0;
-            i = value - 1;
-        } else if (text[i] == '<') {
-            charge(attributes * attributes);
-            attributes = 0;
-        }
+void XmlParser::chargeTags(std::string_view text) {
+    // So few can't amount to anything, even in one tag.
+    unsigned long long const most = countOf(text, '=');
+    if (most * most <= allowedWork) {
+        return;
     }
-    charge(attributes * attributes);
+    while (!m_refused) {
+        std::size_t const end = text.find('<');
+        unsigned long long const attributes = countValues(text.substr(0, end));
+        charge(attributes * attributes);
+        if (end == std::string_view::npos) {
+            return;
+        }
+        text.remove_prefix(end + 1);
+    }
 }
 
 /// Two hyphens inside a comment are an error, and each report copies the comment up to there. The
 /// parser doesn't take "--->" for its end.
 void XmlParser::chargeComments(std::string_view text) {
     constexpr std::size_t none = std::string_view::npos;
-    std::size_t start = text.find("<!--");
+    std::size_t start = findComment(text, 0);
     while (start != none && !m_refused) {
         std::size_t const content = start + 4;
         std::size_t at = text.find("--", content);
@@ -76,7 +102,7 @@ void XmlParser::chargeComments(std::string_view text) {
             charge(at - start);
             at = text.find("--", at + 1);
         }
-        start = at != none ? text.find("<!--", at) : none;
+        start = at != none ? findComment(text, at) : none;
     }
 }
 

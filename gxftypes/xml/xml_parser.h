@@ -31,7 +31,7 @@ class XmlParser {
                                      xmlEnumeration* values);
     static xmlEntity* parameterEntity(void* context, xmlChar const* name);
 
-    void chargeTags(char const* text, unsigned length);
+    void chargeTags(std::string_view text);
     void chargeComments(std::string_view text);
     void charge(unsigned long long work);
 

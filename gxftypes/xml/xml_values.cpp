@@ -57,11 +57,6 @@ Value findHeld(char const* text, Word<Value> const (&words)[N], Value none) {
 
 } // namespace
 
-bool xmlStringCmp(unsigned char const* xmlName, char const* name) {
-    return xmlName != nullptr && name != nullptr &&
-           striCmp(reinterpret_cast<char const*>(xmlName), name) == 0;
-}
-
 char const* getValue(_xmlAttr* attr, OpResult& result) {
     result = OpResult::Ok;
     if (attr == nullptr) {

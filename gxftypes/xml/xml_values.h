@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include <gxftypes/packet/vocabulary.h>
 
 struct _xmlAttr;
@@ -9,7 +11,17 @@ struct _xmlNode;
 namespace GxfTypes {
 
 /// True when both are there and equal, whatever the case.
-bool xmlStringCmp(unsigned char const* xmlName, char const* name);
+inline bool xmlStringCmp(unsigned char const* xmlName, char const* name) {
+    if (xmlName == nullptr || name == nullptr) {
+        return false;
+    }
+    // Most names differ in the first letter, of which one bit is the case, or are the same.
+    constexpr unsigned caseBit = 0x20;
+    unsigned const difference = *xmlName ^ static_cast<unsigned char>(*name);
+    char const* const text = reinterpret_cast<char const*>(xmlName);
+    return (difference & ~caseBit) == 0 &&
+           (std::strcmp(text, name) == 0 || striCmp(text, name) == 0);
+}
 
 /// The text of an attribute, which stays the document's; "" and an error of code 7 without one.
 char const* getValue(_xmlAttr* attr, OpResult& result);

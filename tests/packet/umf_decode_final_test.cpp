@@ -630,8 +630,20 @@ TEST(UmfPacketDecodeFinal, EveryTruncation) {
         }
         ASSERT_TRUE(packet->isValid());
         ASSERT_TRUE(packet->umfIndex.valid);
-        bool const hasXml = size >= 929 + content.xml.size();
-        ASSERT_EQ(result.getType(), hasXml ? OpResult::Type{OpResult::Ok} : result.getType());
+        unsigned const xmlBytes = size - 929;
+        bool const hasXml = xmlBytes >= content.xml.size();
+        // 10 bytes of "<?xml", 42 up to the first '>'.
+        if (hasXml) {
+            ASSERT_EQ(result.getType(), OpResult::Ok);
+        } else if (xmlBytes < 42) {
+            ASSERT_EQ(result.getType(), OpResult::Warning);
+            ASSERT_EQ(result.getCode(), 19);
+            ASSERT_STREQ(result.getText(),
+                         xmlBytes < 10 ? "could not locate xml start" : "could not locate xml end");
+        } else {
+            ASSERT_EQ(result.getType(), OpResult::Error);
+            ASSERT_EQ(result.getCode(), 22);
+        }
         ASSERT_EQ(packet->preservedData[0].size(), hasXml ? content.xml.size() : 0);
         ASSERT_EQ(packet->preservedData[1].size(), hasXml ? size - 929 - content.xml.size() : 0);
     }
@@ -738,6 +750,51 @@ TEST(UmfPacketDecodeFinal, RecycledPacketCountsByItsOldIndex) {
         EXPECT_EQ(bytesOf(packet->preservedData[1]), row.rest);
         EXPECT_TRUE(packet->xmlTree.isValid());
     }
+}
+
+TEST(UmfPacketDecodeFinal, RecycledPacketWithABadIndexKeepsItsOldIndex) {
+    PacketPool pool;
+    UmfContent const old = sampleContent();
+    { EXPECT_TRUE(gathered(pool, old.payload())->decodeFinal()); }
+    UmfContent next = sampleContent();
+    next.indexWords = {1, 2, 0, 3, 0, 4, 5, 6};
+    next.xml = document(trackElement("AudioTrack", 1, "L"));
+    next.rest = Bytes().fill(4, 0x55);
+    Bytes payload = next.payload();
+    setWordAt(payload, indexLengthWord, 17);
+    AutoRefPtr<UmfPacket> const packet = gathered(pool, payload);
+    OpResult const result = packet->decodeFinal();
+    EXPECT_EQ(result.getType(), OpResult::Warning);
+    EXPECT_EQ(result.getCode(), 10);
+    EXPECT_STREQ(result.getText(), "UMF index size 17b != 16b");
+    EXPECT_TRUE(packet->isValid());
+    EXPECT_TRUE(packet->umfIndex.valid);
+    EXPECT_THAT(packet->umfIndex.words, ElementsAre(0, 0, 929, 0, old.xml.size(), 0, 0, 0));
+    // No XML is looked for behind it, whatever the old one says.
+    EXPECT_EQ(bytesOf(packet->preservedData[0]), old.xml);
+    Bytes expected;
+    // The count went down by 17, the position didn't.
+    for (std::size_t i = 913; i < payload.size() - 17; ++i) {
+        expected.u8(payload.vector()[i]);
+    }
+    EXPECT_EQ(bytesOf(packet->preservedData[1]), expected);
+    EXPECT_TRUE(packet->xmlTree.isValid());
+    EXPECT_EQ(packet->xmlTree.getXmlTracks().size(), 1U);
+    EXPECT_EQ(packet->getXmlTrack(trackNum(trackTypeEncodingAudio, '0')), nullptr);
+}
+
+TEST(UmfPacketDecodeFinal, RecycledPacketHasXmlAsLongAsItsOldBytesAreThere) {
+    PacketPool pool;
+    { EXPECT_TRUE(gathered(pool, sampleContent().payload())->decodeFinal()); }
+    UmfContent next;
+    next.addTrack({'0', 'M', 1});
+    ChannelSetting const debug(gxfDebug, xmlBit);
+    {
+        AutoRefPtr<UmfPacket> const packet = gathered(pool, next.payload());
+        EXPECT_EQ(packet->decodeFinal().getType(), OpResult::Ok);
+        packet->preservedData[0].discard();
+    }
+    EXPECT_STREQ(gathered(pool, next.payload())->decodeFinal().getText(), "no XML within UMF");
 }
 
 TEST(UmfPacketDecodeFinal, RecycledPacketTakesALongerDocumentForUnusable) {

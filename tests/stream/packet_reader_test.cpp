@@ -18,6 +18,7 @@
 #include <testing/naive_reader.h>
 #include <testing/stream_builder.h>
 #include <testing/stream_sources.h>
+#include <testing/umf_builder.h>
 
 using namespace GxfTypes;
 using namespace GxfStream;
@@ -28,7 +29,9 @@ namespace {
 constexpr unsigned mapType = 0xBC;
 constexpr unsigned mediaType = 0xBF;
 constexpr unsigned fltType = 0xFC;
+constexpr unsigned umfType = 0xFD;
 constexpr std::uint32_t largestMap = 4194304;
+constexpr std::uint32_t largestUmfPacket = 4194304;
 
 // What was read.
 
@@ -333,6 +336,7 @@ TEST_P(PacketReaderTest, packetsWithoutAPayloadAreRead) {
                               .add(header(mapType, 16))
                               .add(header(mediaType, 16))
                               .add(header(fltType, 16))
+                              .add(header(umfType, 16))
                               .add(header(0xFA, 16))
                               .add(endOfStream());
     Reading const reading = read(sketch.bytes);
@@ -341,8 +345,8 @@ TEST_P(PacketReaderTest, packetsWithoutAPayloadAreRead) {
         return Fault{StreamFault::payload, offset, 16,
                      "the payload of this " + name + " packet is refused, badDecodeSize"};
     };
-    EXPECT_EQ(reading.faults,
-              Faults({refused(0, "map"), refused(16, "media"), refused(32, "fieldLocTbl")}));
+    EXPECT_EQ(reading.faults, Faults({refused(0, "map"), refused(16, "media"),
+                                      refused(32, "fieldLocTbl"), refused(48, "umfFile")}));
 }
 
 TEST_P(PacketReaderTest, aPayloadOfEveryShortLengthIsJudged) {
@@ -384,12 +388,40 @@ TEST_P(PacketReaderTest, packetsOfUnknownKindsComeAsTheirHeaders) {
     EXPECT_EQ(reader.faults, Faults());
 }
 
-TEST_P(PacketReaderTest, aUmfPacketIsPassedOverAsItsHeader) {
-    Sketch const sketch = Sketch().add(packet(253, noise(5000))).add(endOfStream());
+TEST_P(PacketReaderTest, aUmfPacketComesWithItsFragment) {
+    Bytes const fragment = UmfContent().payload();
+    Sketch const sketch =
+        Sketch().add(video(0, 3)).add(umfPacket(3, fragment)).add(video(2, 3)).add(endOfStream());
+    StreamSource const source(GetParam(), sketch.bytes);
+    NotingReader reader(*source);
+    ASSERT_NE(reader->next(), nullptr);
+    StreamPacket const* const packet = reader->next();
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(packet->type, umfType);
+    EXPECT_EQ(packet->result.getType(), OpResult::Info);
+    EXPECT_EQ(packet->result.getCode(), 1); // "umf final"
+    AutoRefPtr<UmfPacket> const umf = packet->packet->getUmfPacket();
+    ASSERT_NE(umf.get(), nullptr);
+    EXPECT_TRUE(umf->isValid());
+    EXPECT_EQ(umf->getPacketOrder(), umfPacketOrderOnly);
+    EXPECT_EQ(Bytes::occupied(umf->gatherBuffer), fragment);
+    EXPECT_EQ(umf->getFileOffset(), 35U);
+    EXPECT_EQ(reader->position(), 35U + 128);
+    ASSERT_NE(reader->next(), nullptr);
+    ASSERT_NE(reader->next(), nullptr);
+    EXPECT_EQ(reader->next(), nullptr);
+    EXPECT_EQ(reader.faults, Faults());
+}
+
+TEST_P(PacketReaderTest, aUmfPacketOfNoKnownOrderIsToldAndComes) {
+    Sketch const sketch = Sketch().add(packet(umfType, noise(5000))).add(endOfStream());
     Reading const reading = read(sketch.bytes);
     EXPECT_EQ(reading.offsets(), sketch.offsets);
-    EXPECT_EQ(reading.packets[0].text, "umfFile:5016b@0");
-    EXPECT_EQ(reading.faults, Faults());
+    EXPECT_EQ(reading.packets[0].code, 10);
+    EXPECT_EQ(reading.packets[0].text.rfind("umfFile:5016b@0,invalid\n", 0), 0U);
+    EXPECT_EQ(reading.faults,
+              Faults({{StreamFault::payload, 0, 5016,
+                       "the payload of this umfFile packet is refused, badDecodeData"}}));
 }
 
 TEST_P(PacketReaderTest, anEndOfStreamPacketMayHaveAPayload) {
@@ -846,6 +878,39 @@ TEST_P(PacketReaderTest, aMapThatIsTooLargeIsPassedOver) {
                        "is passed over"}}));
 }
 
+TEST_P(PacketReaderTest, aUmfPacketThatIsTooLargeIsPassedOver) {
+    constexpr std::uint32_t size = largestUmfPacket + 1 - 16;
+    Sketch sketch = Sketch().add(video(0, 40));
+    sketch.add(packet(umfType, Bytes().u8(3).u32(size - 5).fill(size - 5)));
+    sketch.add(video(2, 40)).add(endOfStream());
+    Reading const reading = read(sketch.bytes);
+    EXPECT_EQ(reading.offsets(), sketch.without(1));
+    EXPECT_EQ(reading.faults,
+              Faults({{StreamFault::oversize, 72, largestUmfPacket + 1,
+                       "this umfFile packet claims 4194305 bytes, more than a umfFile packet can "
+                       "need; it is passed over"}}));
+}
+
+TEST_P(PacketReaderTest, theLargestUmfPacketComesWhole) {
+    constexpr std::uint32_t size = largestUmfPacket - 16 - 5;
+    Sketch sketch = Sketch().add(video(0, 40));
+    sketch.add(packet(umfType, Bytes().u8(1).u32(size).fill(size, 0x42)));
+    sketch.add(video(2, 40)).add(endOfStream());
+    StreamSource const source(GetParam(), sketch.bytes);
+    NotingReader reader(*source);
+    ASSERT_NE(reader->next(), nullptr);
+    StreamPacket const* const packet = reader->next();
+    ASSERT_NE(packet, nullptr);
+    ASSERT_EQ(packet->offset, sketch.offsets[1]);
+    EXPECT_EQ(Bytes::occupied(packet->packet->getUmfPacket()->gatherBuffer),
+              Bytes().fill(size, 0x42));
+    ASSERT_NE(reader->next(), nullptr);
+    ASSERT_NE(reader->next(), nullptr);
+    EXPECT_EQ(reader->next(), nullptr);
+    EXPECT_EQ(reader.faults, Faults({{StreamFault::payload, 72, 0,
+                                      "the UMF that begins here has no \"Last\" packet"}}));
+}
+
 TEST_P(PacketReaderTest, theLargestMapComesWhole) {
     Sketch sketch = Sketch().add(video(0, 40));
     sketch.add(packet(mapType, mapPayload({}, {}, Bytes().fill(largestMap - 16 - 6, 0x42))));
@@ -864,22 +929,27 @@ TEST_P(PacketReaderTest, theLargestMapComesWhole) {
     EXPECT_EQ(reader.faults, Faults());
 }
 
-TEST_P(PacketReaderTest, aMapThatClaimsTooMuchHidesNothing) {
-    Sketch sketch = smallStream();
-    sketch.claim(0, 0xFFFFFFFF);
-    Reading const reading = read(sketch.bytes);
-    Fault const tooLarge{StreamFault::oversize, 0, 0xFFFFFFFF,
-                         "this map packet claims 4294967295 bytes, more than a map packet can "
-                         "need; it is passed over"};
-    if (isPipe()) {
-        EXPECT_EQ(reading.offsets(), Offsets());
+TEST_P(PacketReaderTest, aPacketThatClaimsTooMuchHidesNothing) {
+    for (bool const isMap : {true, false}) {
+        Sketch sketch = Sketch().add(isMap ? map() : umfPacket(1, noise(50)));
+        sketch.add(flt()).add(video(0, 40)).add(endOfStream());
+        sketch.claim(0, 0xFFFFFFFF);
+        Reading const reading = read(sketch.bytes);
+        char const* const name = isMap ? "map" : "umfFile";
+        Fault const tooLarge{StreamFault::oversize, 0, 0xFFFFFFFF,
+                             std::string("this ") + name +
+                                 " packet claims 4294967295 bytes, more than a " + name +
+                                 " packet can need; it is passed over"};
+        if (isPipe()) {
+            EXPECT_EQ(reading.offsets(), Offsets());
+            EXPECT_EQ(reading.faults,
+                      Faults({tooLarge, cutOff(0, name, 0xFFFFFFFF - sketch.bytes.size())}));
+            continue;
+        }
+        EXPECT_EQ(reading.offsets(), sketch.without(0));
         EXPECT_EQ(reading.faults,
-                  Faults({tooLarge, cutOff(0, "map", 0xFFFFFFFF - sketch.bytes.size())}));
-        return;
+                  Faults({tooLarge, wrongLength(0, name, 0xFFFFFFFF, sketch.offsets[1])}));
     }
-    EXPECT_EQ(reading.offsets(), sketch.without(0));
-    EXPECT_EQ(reading.faults,
-              Faults({tooLarge, wrongLength(0, "map", 0xFFFFFFFF, sketch.offsets[1])}));
 }
 
 // Timecodes.
@@ -1092,6 +1162,7 @@ TEST_P(PacketReaderTest, packetsAreKeptAsLongAsSomebodyHoldsThem) {
     Sketch sketch = smallStream();
     sketch.add(timecodes(0, 504)).add(map(noise(30))).add(timecodes(504, 1)).add(flt());
     sketch.add(packet(250, noise(3))).add(packet(254, noise(4)));
+    sketch.add(umfPacket(1, noise(70))).add(umfPacket(2, noise(7))).add(umfPacket(3, noise(60)));
     Reading const reading = read(sketch.bytes);
 
     StreamSource const source(GetParam(), sketch.bytes);
@@ -1308,13 +1379,28 @@ TEST_P(PacketReaderTest, aCutPayloadGivesWhatIsThere) {
 }
 
 TEST_P(PacketReaderTest, payloadsOfUnknownKindsCanBeRead) {
-    Bytes const stream = Bytes().add(packet(254, noise(700))).add(packet(253, noise(30)));
+    Bytes const stream = Bytes().add(packet(254, noise(700))).add(packet(250, noise(30)));
     StreamSource const source(GetParam(), stream);
     PacketReader reader(*source);
     reader.next();
     EXPECT_EQ(copyOf(reader.payload(0, 9999)), noise(700));
     reader.next();
     EXPECT_EQ(copyOf(reader.payload(0, 9999)), noise(30));
+    EXPECT_EQ(reader.next(), nullptr);
+}
+
+TEST_P(PacketReaderTest, payloadsThatWereDecodedCanBeRead) {
+    Bytes const umfPayload = Bytes().u8(3).u32(600).add(noise(603));
+    Bytes const mapPayload = GxfTesting::mapPayload({}, videoTrack(), noise(100));
+    Bytes const stream =
+        Bytes().add(packet(umfType, umfPayload)).add(packet(mapType, mapPayload)).add(video(0, 3));
+    StreamSource const source(GetParam(), stream);
+    PacketReader reader(*source);
+    reader.next();
+    EXPECT_EQ(copyOf(reader.payload(0, 9999)), umfPayload);
+    reader.next();
+    EXPECT_EQ(copyOf(reader.payload(0, 9999)), mapPayload);
+    ASSERT_NE(reader.next(), nullptr);
     EXPECT_EQ(reader.next(), nullptr);
 }
 
@@ -1592,7 +1678,7 @@ TEST(BoundedMemory, aPayloadOfAFileIsReadByWindows) {
 }
 
 TEST(BoundedMemory, claimsTakeNone) {
-    for (unsigned const type : {mapType, mediaType, fltType, 253U, 254U}) {
+    for (unsigned const type : {mapType, mediaType, fltType, umfType, 254U}) {
         for (std::uint32_t const claimed : {largestMap, largestMap + 1, 0xFFFFFFFFU}) {
             TemporaryFile const file(header(type, claimed).add(noise(200)));
             std::string error;
@@ -1730,7 +1816,7 @@ TEST(HostileStream, trailersWithoutHeaders) {
 
 TEST(HostileStream, headersThatClaimToEndBehindTheStream) {
     for (std::uint32_t const claimed : {0xFFFFFFFFU, 0x7FFFFFFFU, 0x00200000U}) {
-        for (unsigned const type : {mapType, mediaType, fltType, 254U}) {
+        for (unsigned const type : {mapType, mediaType, fltType, umfType, 254U}) {
             Bytes stream;
             while (stream.size() < mebibyte) {
                 stream.add(header(type, claimed));
@@ -1742,7 +1828,7 @@ TEST(HostileStream, headersThatClaimToEndBehindTheStream) {
 }
 
 TEST(HostileStream, headersThatAllClaimToEndInTheSameGarbage) {
-    for (unsigned const type : {mapType, mediaType, fltType, 250U}) {
+    for (unsigned const type : {mapType, mediaType, fltType, umfType, 250U}) {
         Bytes stream;
         while (stream.size() < mebibyte) {
             stream.add(header(type, static_cast<std::uint32_t>(mebibyte + 500 - stream.size())));
@@ -1849,7 +1935,8 @@ class StreamGenerator {
     }
 
     unsigned anyType() {
-        static constexpr unsigned types[] = {0xBC, 0xBF, 0xBF, 0xBF, 0xFA, 0xFB, 0xFC, 0xFE, 0xFF};
+        static constexpr unsigned types[] = {0xBC, 0xBF, 0xBF, 0xBF, 0xFA, 0xFB,
+                                             0xFC, 0xFD, 0xFD, 0xFE, 0xFF};
         return types[below(std::size(types))];
     }
 
@@ -1876,6 +1963,10 @@ class StreamGenerator {
     void addPacket() {
         m_headers.push_back(m_bytes.size());
         unsigned const type = anyType();
+        if (type == umfType && below(4) != 0) {
+            add(umfPacket(below(4), essence()));
+            return;
+        }
         if (type != 0xBF) {
             add(packet(type, essence()));
             return;

@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <testing/capture.h>
@@ -421,6 +422,32 @@ TEST(WideCharToMultiByte, AnOddLengthGoesOnToItsStrayByte) {
                 ElementsAre("error internalError: UTF-16 input is an odd length of 5\n"));
     EXPECT_THAT(messages.texts(),
                 ElementsAre("character conversion WC->MB failed [22->Invalid argument]\n"));
+}
+
+namespace {
+
+/// In a process that has converted nothing yet: the converter is a file, which can't be opened.
+[[noreturn]] void convertWithoutFiles() {
+    rlimit const none{0, 0};
+    setrlimit(RLIMIT_NOFILE, &none);
+    char to[4] = {};
+    MessageCapture const messages;
+    bool good = true;
+    for (unsigned i = 0; i < 3; ++i) {
+        good = good && wideCharToMultiByte(1, 0, "a", 2, to, 4, nullptr, nullptr) == 0;
+    }
+    std::vector<std::string> const errors = messages.texts(MessageKind::Error);
+    good = good && errors.size() == 1 && messages.texts().size() == 1 && to[0] == '\0' &&
+           errors[0] == "iconv_open(unicode => utf8) failure, are iconv libraries installed?\n";
+    _exit(good ? 17 : 1);
+}
+
+} // namespace
+
+TEST(WideCharToMultiByte, WithoutAConverterSaysSoOnce) {
+    // Starts a process of its own, and so doesn't depend on the tests before it.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(convertWithoutFiles(), testing::ExitedWithCode(17), "");
 }
 
 TEST(GxfXmlConversion, Succeeds) {

@@ -16,9 +16,7 @@ Clip::Clip(Input& input, bool quick) {
             table.get() != nullptr && packet->result) {
             m_table = table;
         }
-        if (packet->umf != nullptr) {
-            m_umf = *packet->umf;
-        }
+        m_umf.note(*packet);
         if (quick && packet->media() != nullptr) {
             break;
         }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "input.h"
+#include "umf_facts.h"
 
 namespace Gxf {
 
@@ -31,8 +32,8 @@ class Clip {
     GxfTypes::MapPacket const* map() const { return m_map.get(); }
     /// Null without one; else the last one of the stream.
     GxfTypes::FieldLocTblPacket const* table() const { return m_table.get(); }
-    /// Null without one; else the last one of the stream.
-    GxfStream::StreamUmf const* umf() const { return m_umf ? &*m_umf : nullptr; }
+    /// Null without one; else the last valid one of the stream, or the last broken one.
+    GxfStream::StreamUmf const* umf() const { return m_umf.get(); }
     std::vector<TrackFacts> const& tracks() const { return m_tracks; }
     GxfTypes::MapPacket::Track const* mapTrack(TrackFacts const& facts) const {
         return facts.mapIndex ? m_map->tracks[*facts.mapIndex] : nullptr;
@@ -58,7 +59,7 @@ class Clip {
 
     GxfTypes::AutoRefPtr<GxfTypes::MapPacket> m_map;
     GxfTypes::AutoRefPtr<GxfTypes::FieldLocTblPacket> m_table;
-    std::optional<GxfStream::StreamUmf> m_umf;
+    ClipUmf m_umf;
     std::vector<std::pair<std::string, std::uint64_t>> m_packets;
     std::map<unsigned, TrackFacts> m_media;
     std::vector<TrackFacts> m_tracks;

@@ -49,6 +49,8 @@ void addInfo(CLI::App& app, Command& chosen);
 void addPackets(CLI::App& app, Command& chosen);
 void addDump(CLI::App& app, Command& chosen);
 void addTimecode(CLI::App& app, Command& chosen);
+void addXml(CLI::App& app, Command& chosen);
+void addUserData(CLI::App& app, Command& chosen);
 void addExtract(CLI::App& app, Command& chosen);
 void addSeek(CLI::App& app, Command& chosen);
 

@@ -236,7 +236,7 @@ class Extraction {
         if (m_written % 2 != 0) {
             m_output.write(pad);
         }
-        m_output.rewriteFront(wavHeader());
+        m_output.rewrite(wavHeader(), 0);
     }
 
     /// RIFF header, format chunk and the head of the data chunk, for one channel at 48 kHz.

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include <gxfstream/in_place_file.h>
+
 #include "text.h"
 
 namespace Gxf {
@@ -17,21 +19,24 @@ using namespace GxfStream;
 
 namespace {
 
-bool isPipe(std::string const& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 &&
-           (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISSOCK(status.st_mode));
-}
-
 [[noreturn]] void cantRead(std::string const& path, std::string const& why) {
     throw NotDone(path + ": can't be read, " + why + "; check the path");
 }
 
 } // namespace
 
+bool isReadOnce(std::string const& path) {
+    struct stat status {};
+    return path == "-" ||
+           (::stat(path.c_str(), &status) == 0 &&
+            (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISSOCK(status.st_mode)));
+}
+
 Input::Input(StreamOptions const& options)
-    : m_name(options.file == "-" ? "standard input" : options.file),
-      m_isStandard(options.file == "-") {
+    : Input(options, options.file == "-" ? "standard input" : options.file) {}
+
+Input::Input(StreamOptions const& options, std::string name)
+    : m_name(std::move(name)), m_isStandard(options.file == "-") {
     open(options);
     m_reader = std::make_unique<PacketReader>(*m_source,
                                               [this](StreamFault const& fault) { onFault(fault); });
@@ -57,7 +62,7 @@ void Input::open(StreamOptions const& options) {
     if (options.file.empty()) {
         throw NotDone("the stream has an empty name; give a path, or - for standard input");
     }
-    if (isPipe(options.file)) {
+    if (isReadOnce(options.file)) {
         m_descriptor = ::open(options.file.c_str(), O_RDONLY | O_CLOEXEC);
         if (m_descriptor < 0) {
             cantRead(options.file, std::generic_category().message(errno));
@@ -66,6 +71,16 @@ void Input::open(StreamOptions const& options) {
         return;
     }
     std::string error;
+    switch (undoInterrupted(options.file, error)) {
+    case Undone::nothing:
+        break;
+    case Undone::done:
+        tell("a change that was interrupted is undone");
+        break;
+    case Undone::failed:
+        throw NotDone(m_name + ": a change of it was interrupted and isn't undone, " + error +
+                      "; run gxf on it once as somebody who may write it");
+    }
     m_source = FileSource::open(options.file, error);
     if (m_source == nullptr) {
         cantRead(options.file, error);
@@ -129,9 +144,14 @@ int Input::status() const {
     return m_faults != 0 ? withFaults : done;
 }
 
-int Input::notFound(std::string const& what) {
+void Input::tell(std::string const& what) {
     m_progress.clearLine();
-    std::fprintf(stderr, "%s: %s\n", inOneLine(forPeople(m_name)).c_str(), what.c_str());
+    std::fprintf(stderr, "%s: %s\n", inOneLine(forPeople(m_name)).c_str(),
+                 inOneLine(forPeople(what)).c_str());
+}
+
+int Input::notFound(std::string const& what) {
+    tell(what);
     return std::max<int>(status(), withFaults);
 }
 

@@ -16,6 +16,8 @@ class Input {
   public:
     /// Throws NotDone when the file can't be read.
     explicit Input(StreamOptions const& options);
+    /// The same, under another name for people.
+    Input(StreamOptions const& options, std::string name);
     ~Input();
     Input(Input const&) = delete;
     Input& operator=(Input const&) = delete;
@@ -30,6 +32,7 @@ class Input {
     void seek(std::uint64_t offset);
 
     GxfStream::PacketReader& reader() { return *m_reader; }
+    GxfStream::ByteSource& source() { return *m_source; }
     std::string const& name() const { return m_name; }
     /// Bytes of the stream; nothing for a pipe that isn't read to its end.
     std::optional<std::uint64_t> size() const { return m_source->size(); }
@@ -45,6 +48,8 @@ class Input {
     int status() const;
     /// Tells that the stream hasn't got what was asked for. Returns the status then, 1 or 2.
     int notFound(std::string const& what);
+    /// One line for people on standard error, which is no fault.
+    void tell(std::string const& what);
 
   private:
     void open(StreamOptions const& options);
@@ -65,5 +70,8 @@ class Input {
     std::uint64_t m_from = 0;
     GxfTypes::PacketType m_lastType{};
 };
+
+/// True for standard input, a named pipe and the like: what is read front to back, and once.
+bool isReadOnce(std::string const& path);
 
 } // namespace Gxf

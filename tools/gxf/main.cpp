@@ -67,14 +67,16 @@ std::string whatIsWrong(CLI::App const& app, CLI::ParseError const& error) {
 
 int usageError(CLI::App const& app, CLI::ParseError const& error) {
     std::string command = "gxf";
-    for (CLI::App const* sub : app.get_subcommands()) {
-        command += ' ' + sub->get_name();
+    for (CLI::App const* level = &app; !level->get_subcommands().empty();) {
+        level = level->get_subcommands().front();
+        command += ' ' + level->get_name();
     }
     return failed(whatIsWrong(app, error) + "; see '" + command + " --help'");
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("Inspects and cuts GXF streams (General eXchange Format, SMPTE 360M).", "gxf");
+    CLI::App app("Inspects, cuts and corrects GXF streams (General eXchange Format, SMPTE 360M).",
+                 "gxf");
     app.set_version_flag("--version", "gxf " GXF_VERSION);
     app.require_subcommand(1);
     app.footer("Exit status: 0 done and sound, 1 done but the stream has faults, 2 not done.\n"
@@ -85,6 +87,8 @@ int run(int argc, char** argv) {
     addPackets(app, chosen);
     addDump(app, chosen);
     addTimecode(app, chosen);
+    addXml(app, chosen);
+    addUserData(app, chosen);
     addExtract(app, chosen);
     addSeek(app, chosen);
     try {

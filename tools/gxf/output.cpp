@@ -2,10 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -52,89 +50,29 @@ bool isSpecial(std::string const& path) {
     return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-/// Through symbolic links, so that what they point to is replaced or made, and they stay.
-std::string targetOf(std::string const& path) {
-    constexpr int mostLinks = 40; // as many as the system follows
-    std::filesystem::path target = path;
-    for (int i = 0; i < mostLinks; ++i) {
-        std::error_code isNoLink;
-        std::filesystem::path const next = std::filesystem::read_symlink(target, isNoLink);
-        if (isNoLink) {
-            break;
-        }
-        target = target.parent_path() / next;
-    }
-    return target.string();
-}
-
-/// A file beside the target, whose name fits wherever the target's does.
-std::string temporaryFor(std::string const& target) {
-    constexpr std::size_t longestPart = 200;
-    std::filesystem::path const path(target);
-    std::string const name = path.filename().string().substr(0, longestPart);
-    return (path.parent_path() / ("." + name + ".XXXXXX")).string();
-}
-
-[[noreturn]] void cantWrite(std::string const& path, char const* advice) {
-    throw NotDone(path + ": can't be written, " + reason() + "; " + advice);
-}
-
-/// No interrupt comes while it lives.
-class InterruptsHeld {
-  public:
-    InterruptsHeld() {
-        sigset_t held;
-        sigemptyset(&held);
-        for (int const signal : interrupts) {
-            sigaddset(&held, signal);
-        }
-        ::sigprocmask(SIG_BLOCK, &held, &m_before);
-    }
-    ~InterruptsHeld() { ::sigprocmask(SIG_SETMASK, &m_before, nullptr); }
-    InterruptsHeld(InterruptsHeld const&) = delete;
-    InterruptsHeld& operator=(InterruptsHeld const&) = delete;
-
-  private:
-    sigset_t m_before;
-};
-
-/// Makes the file of that pattern, which an interrupt removes again. Negative when it can't.
-int openTemporary(std::string& pattern) {
-    InterruptsHeld const held;
-    int const descriptor = ::mkostemp(pattern.data(), O_CLOEXEC);
-    if (descriptor >= 0) {
-        watchUnfinished(pattern);
-    }
-    return descriptor;
-}
-
-mode_t modeFor(std::string const& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) {
-        return status.st_mode & 07777;
-    }
-    mode_t const mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
-}
-
-void syncFolderOf(std::string const& path) {
-    std::filesystem::path const folder = std::filesystem::path(path).parent_path();
-    int const descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
-    if (descriptor >= 0) {
-        ::fsync(descriptor);
-        ::close(descriptor);
-    }
+[[noreturn]] void cantWrite(std::string const& path, std::string const& why, char const* advice) {
+    throw NotDone(path + ": can't be written, " + why + "; " + advice);
 }
 
 } // namespace
 
-Output::Output(std::FILE* stream, std::string path, std::string temporary)
-    : m_stream(stream), m_path(std::move(path)), m_temporary(std::move(temporary)) {}
+InterruptsHeld::InterruptsHeld() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (int const signal : interrupts) {
+        sigaddset(&held, signal);
+    }
+    ::sigprocmask(SIG_BLOCK, &held, &m_before);
+}
+
+InterruptsHeld::~InterruptsHeld() { ::sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+
+Output::Output(std::FILE* stream, std::string path, std::unique_ptr<GxfStream::WholeFile> file)
+    : m_stream(stream), m_path(std::move(path)), m_file(std::move(file)) {}
 
 Output::Output(Output&& other) noexcept
     : m_stream(std::exchange(other.m_stream, nullptr)), m_path(std::move(other.m_path)),
-      m_temporary(std::exchange(other.m_temporary, {})) {}
+      m_file(std::move(other.m_file)) {}
 
 Output Output::standard() { return {stdout, "standard output", {}}; }
 
@@ -145,79 +83,91 @@ Output Output::file(std::string const& path) {
     if (isSpecial(path)) {
         std::FILE* const stream = std::fopen(path.c_str(), "wb");
         if (stream == nullptr) {
-            cantWrite(path, "choose another output name");
+            cantWrite(path, reason(), "choose another output name");
         }
         return {stream, path, {}};
     }
     if (errno == ENAMETOOLONG || errno == ELOOP) {
-        cantWrite(path, "choose another output name");
+        cantWrite(path, reason(), "choose another output name");
     }
-    std::string const target = targetOf(path);
-    std::string temporary = temporaryFor(target);
-    int const descriptor = openTemporary(temporary);
-    if (descriptor < 0) {
-        cantWrite(path, "choose a folder that exists and may be written to");
+    InterruptsHeld const held;
+    std::string error;
+    std::unique_ptr<GxfStream::WholeFile> whole = GxfStream::WholeFile::create(path, error);
+    if (whole == nullptr) {
+        cantWrite(path, error, "choose a folder that exists and may be written to");
     }
-    ::fchmod(descriptor, modeFor(target));
-    return {::fdopen(descriptor, "wb"), target, temporary};
+    watchUnfinished(whole->temporary());
+    int const descriptor = ::fcntl(whole->descriptor(), F_DUPFD_CLOEXEC, 0);
+    std::FILE* const stream = descriptor >= 0 ? ::fdopen(descriptor, "wb") : nullptr;
+    if (stream == nullptr) {
+        cantWrite(path, reason(), "close some files");
+    }
+    return {stream, path, std::move(whole)};
 }
 
 Output::~Output() {
     if (m_stream != nullptr && m_stream != stdout) {
         std::fclose(m_stream);
     }
-    if (!m_temporary.empty()) {
-        ::unlink(m_temporary.c_str());
+    if (m_file != nullptr) {
+        m_file.reset();
         unfinishedPath[0] = '\0';
     }
 }
 
 void Output::write(std::span<unsigned char const> bytes) {
     if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), m_stream) != bytes.size()) {
-        fail();
+        fail(reason());
     }
 }
 
 void Output::write(std::string_view text) {
     if (!text.empty() && std::fwrite(text.data(), 1, text.size(), m_stream) != text.size()) {
-        fail();
+        fail(reason());
     }
 }
 
-void Output::rewriteFront(std::span<unsigned char const> bytes) {
-    if (std::fseek(m_stream, 0, SEEK_SET) != 0) {
-        fail();
+void Output::rewrite(std::span<unsigned char const> bytes, std::uint64_t offset) {
+    flush();
+    if (!GxfStream::writeAll(m_file->descriptor(), bytes, offset)) {
+        fail(reason());
     }
-    write(bytes);
+}
+
+std::string const& Output::unfinished() {
+    flush();
+    return m_file->temporary();
 }
 
 bool Output::isTerminal() const { return ::isatty(::fileno(m_stream)) != 0; }
 
-int Output::finish() {
+void Output::flush() {
     if (std::fflush(m_stream) != 0 || std::ferror(m_stream) != 0) {
-        fail();
+        fail(reason());
     }
-    if (m_temporary.empty()) {
+}
+
+int Output::finish() {
+    flush();
+    if (m_file == nullptr) {
         return done;
     }
-    if (::fsync(::fileno(m_stream)) != 0 && errno != EINVAL) {
-        fail();
+    if (std::fclose(std::exchange(m_stream, nullptr)) != 0) {
+        fail(reason());
     }
-    std::FILE* const stream = std::exchange(m_stream, nullptr);
-    if (std::fclose(stream) != 0 || std::rename(m_temporary.c_str(), m_path.c_str()) != 0) {
-        fail();
+    if (!m_file->finish()) {
+        fail(m_file->error());
     }
-    m_temporary.clear();
+    m_file.reset();
     unfinishedPath[0] = '\0';
-    syncFolderOf(m_path);
     return done;
 }
 
-void Output::fail() {
-    throw NotDone(m_path + ": writing failed, " + reason() +
-                  (m_temporary.empty() ? "; what arrived there isn't whole"
-                                       : "; nothing of it is kept, make room or choose another "
-                                         "output name"));
+void Output::fail(std::string const& why) {
+    throw NotDone(m_path + ": writing failed, " + why +
+                  (m_file == nullptr ? "; what arrived there isn't whole"
+                                     : "; nothing of it is kept, make room or choose another "
+                                       "output name"));
 }
 
 } // namespace Gxf

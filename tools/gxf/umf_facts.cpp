@@ -40,13 +40,6 @@ std::string trackText(TrackTypeEncoding type, TrackNumberEncoding number) {
     return toUtf8(umfTrackText(UmfTrackNum(type, number)));
 }
 
-std::string valueBytes(UmfPacket::UserDataPair const& pair) {
-    UmfPacket::UserData const& item = *pair.valueItem;
-    unsigned const held = item.getNumDataBytes();
-    unsigned const size = held >= valuePad ? held - valuePad : 0;
-    return {reinterpret_cast<char const*>(item.getData()), size};
-}
-
 std::string hexText(std::string_view bytes) {
     static constexpr char digits[] = "0123456789abcdef";
     std::string text;
@@ -86,6 +79,9 @@ std::optional<ordered_json> numberOf(UmfPacket::GxfUserDataType type, std::strin
     if (is(userDataByte, 1) || is(userDataUint16, 2) || is(userDataUint32, 4) ||
         is(userDataUint64, 8)) {
         return word;
+    }
+    if (is(userDataBool, 1) && word <= 1) {
+        return word == 1;
     }
     if (is(userDataDouble, 8) && std::isfinite(std::bit_cast<double>(word))) {
         return std::bit_cast<double>(word);
@@ -142,6 +138,38 @@ ordered_json xmlJson(UmfPacket const& umf) {
 }
 
 } // namespace
+
+ClipUmf::ClipUmf(Input& input) {
+    while (GxfStream::StreamPacket const* const packet = input.next()) {
+        note(*packet);
+    }
+}
+
+void ClipUmf::note(GxfStream::StreamPacket const& packet) {
+    if (packet.umf == nullptr) {
+        return;
+    }
+    if (packet.umf->packet->isValid() || !m_umf || !m_umf->packet->isValid()) {
+        m_umf = *packet.umf;
+    }
+}
+
+UmfPacket::UserDataPair* findUserData(UmfPacket& umf, std::string const& name) {
+    for (unsigned i = 0; i < umf.userData.pairs.size(); ++i) {
+        UmfPacket::UserDataPair& pair = umf.userData.pairs[i];
+        if (pair.isComplete() && (name == pair.getKey() || name == toUtf8(pair.getKey()))) {
+            return &pair;
+        }
+    }
+    return nullptr;
+}
+
+std::string valueBytes(UmfPacket::UserDataPair const& pair) {
+    UmfPacket::UserData const& item = *pair.valueItem;
+    unsigned const held = item.getNumDataBytes();
+    unsigned const size = held >= valuePad ? held - valuePad : 0;
+    return {reinterpret_cast<char const*>(item.getData()), size};
+}
 
 ordered_json userDataJson(UmfPacket const& umf) {
     ordered_json list = ordered_json::array();
@@ -222,9 +250,14 @@ std::string umfText(StreamUmf const& umf) {
         text += grouped(bytes) + " bytes";
     }
     text += '\n';
-    ordered_json const userData = userDataJson(packet);
+    std::string const userData = userDataText(packet);
+    return userData.empty() ? text : text + '\n' + userData;
+}
+
+std::string userDataText(UmfPacket const& umf) {
+    ordered_json const userData = userDataJson(umf);
     if (userData.empty()) {
-        return text;
+        return {};
     }
     Table table({{"User data", Table::left},
                  {"Type", Table::left},
@@ -244,7 +277,7 @@ std::string umfText(StreamUmf const& umf) {
                    pair["type"].get<std::string>(), forPeople(pair["track"].get<std::string>()),
                    grouped(pair["size"].get<std::uint64_t>()), inOneLine(forPeople(value))});
     }
-    return text + '\n' + table.text();
+    return table.text();
 }
 
 } // namespace Gxf

@@ -1,0 +1,360 @@
+#include <gxfstream/in_place_file.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+#include <gxfstream/whole_file.h>
+
+namespace GxfStream {
+
+namespace {
+
+constexpr char magic[] = {'G', 'X', 'F', 'U', 'N', 'D', 'O', '1'};
+constexpr std::size_t headSize = 28;
+constexpr std::size_t checkOffset = 20;
+
+using Bytes = std::vector<unsigned char>;
+
+std::string reason() { return std::generic_category().message(errno); }
+
+void put(Bytes& to, std::uint64_t value, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) {
+        to.push_back(static_cast<unsigned char>(value >> (8 * i)));
+    }
+}
+
+std::uint64_t get(Span bytes, std::size_t offset, unsigned count) {
+    std::uint64_t value = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        value |= static_cast<std::uint64_t>(bytes[offset + i]) << (8 * i);
+    }
+    return value;
+}
+
+/// The 64-bit FNV-1a hash, over all but the check itself.
+std::uint64_t checkOf(Span file) {
+    std::uint64_t hash = 0xCBF29CE484222325;
+    for (std::size_t i = 0; i < file.size(); ++i) {
+        if (i < checkOffset || i >= headSize) {
+            hash = (hash ^ file[i]) * 0x100000001B3;
+        }
+    }
+    return hash;
+}
+
+Bytes undoFile(std::uint64_t fileSize, std::vector<Patch> const& patches) {
+    Bytes file(std::begin(magic), std::end(magic));
+    put(file, fileSize, 8);
+    put(file, patches.size(), 4);
+    put(file, 0, 8);
+    for (Patch const& patch : patches) {
+        put(file, patch.offset, 8);
+        put(file, patch.before.size(), 4);
+        file.insert(file.end(), patch.before.begin(), patch.before.end());
+        file.insert(file.end(), patch.after.begin(), patch.after.end());
+    }
+    Bytes check;
+    put(check, checkOf(file), 8);
+    std::copy(check.begin(), check.end(), file.begin() + checkOffset);
+    return file;
+}
+
+struct UndoFile {
+    std::uint64_t fileSize = 0;
+    std::vector<Patch> patches;
+};
+
+/// Nothing for a file that was never whole.
+std::optional<UndoFile> parsed(Span file) {
+    if (file.size() < headSize || std::memcmp(file.data(), magic, sizeof magic) != 0 ||
+        get(file, checkOffset, 8) != checkOf(file)) {
+        return std::nullopt;
+    }
+    UndoFile undo;
+    undo.fileSize = get(file, 8, 8);
+    std::uint64_t const count = get(file, 16, 4);
+    Span rest = file.subspan(headSize);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        if (rest.size() < 12) {
+            return std::nullopt;
+        }
+        std::uint64_t const offset = get(rest, 0, 8);
+        std::size_t const length = get(rest, 8, 4);
+        rest = rest.subspan(12);
+        if (rest.size() < 2 * length) {
+            return std::nullopt;
+        }
+        Span const before = rest.first(length);
+        Span const after = rest.subspan(length, length);
+        undo.patches.push_back(
+            {offset, {before.begin(), before.end()}, {after.begin(), after.end()}});
+        rest = rest.subspan(2 * length);
+    }
+    return undo;
+}
+
+/// True for an undo file, be it whole or as a crash leaves it while it is written.
+bool isBegun(Span file) {
+    Span const begin = file.first(std::min(file.size(), sizeof magic));
+    bool const isEmpty = std::all_of(file.begin(), file.end(), [](auto c) { return c == 0; });
+    return isEmpty || std::equal(begin.begin(), begin.end(), std::begin(magic));
+}
+
+bool readAll(int descriptor, std::span<unsigned char> to, std::uint64_t offset) {
+    while (!to.empty()) {
+        ssize_t const got = ::pread(descriptor, to.data(), to.size(), static_cast<off_t>(offset));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            return false;
+        }
+        to = to.subspan(static_cast<std::size_t>(got));
+        offset += static_cast<std::uint64_t>(got);
+    }
+    return true;
+}
+
+/// Nothing, with errno, when it can't be read.
+std::optional<Bytes> contentOf(std::string const& path) {
+    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0) {
+        return std::nullopt;
+    }
+    struct stat status {};
+    std::optional<Bytes> content;
+    if (::fstat(descriptor, &status) == 0) {
+        content.emplace(static_cast<std::size_t>(status.st_size));
+        if (!readAll(descriptor, *content, 0)) {
+            content.reset();
+        }
+    }
+    int const error = errno;
+    ::close(descriptor);
+    errno = error;
+    return content;
+}
+
+/// Each byte is an old or a new one, as a change that was interrupted leaves them.
+bool isMixOf(Span bytes, Patch const& patch) {
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (bytes[i] != patch.before[i] && bytes[i] != patch.after[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Without symbolic links; as it stands when it leads nowhere.
+std::string realPath(std::string const& path) {
+    char* const real = ::realpath(path.c_str(), nullptr);
+    std::string const result = real != nullptr ? real : path;
+    std::free(real);
+    return result;
+}
+
+bool exists(std::string const& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0;
+}
+
+bool isSameFile(int descriptor, std::string const& path) {
+    struct stat mine {};
+    struct stat other {};
+    return ::fstat(descriptor, &mine) == 0 && ::stat(path.c_str(), &other) == 0 &&
+           mine.st_dev == other.st_dev && mine.st_ino == other.st_ino;
+}
+
+/// False when somebody else holds the lock for longer than a change takes.
+bool lock(int descriptor) {
+    constexpr int tries = 200;
+    for (int i = 0; i < tries; ++i) {
+        if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+            return true;
+        }
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    errno = EWOULDBLOCK;
+    return false;
+}
+
+/// A descriptor that holds the lock on what the path names now. Negative, with the reason.
+int openLocked(std::string const& path, std::string& error) {
+    for (;;) {
+        // A named pipe would wait for its writer.
+        int const descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+        if (descriptor < 0) {
+            error = reason();
+            return -1;
+        }
+        struct stat status {};
+        if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+            error = "it is not a regular file";
+        } else if (!lock(descriptor)) {
+            error = errno == EWOULDBLOCK ? "somebody else is changing it" : reason();
+        } else if (isSameFile(descriptor, path)) {
+            return descriptor;
+        } else {
+            // It was replaced meanwhile.
+            ::close(descriptor);
+            continue;
+        }
+        ::close(descriptor);
+        return -1;
+    }
+}
+
+} // namespace
+
+std::string undoFileOf(std::string const& path) { return realPath(path) + ".gxf-undo"; }
+
+Undone undoInterrupted(std::string const& path, std::string& error) {
+    if (!exists(undoFileOf(path))) {
+        return Undone::nothing;
+    }
+    std::unique_ptr<InPlaceFile> const file = InPlaceFile::open(path, error);
+    if (file == nullptr) {
+        return Undone::failed;
+    }
+    return file->hasUndone() ? Undone::done : Undone::nothing;
+}
+
+std::unique_ptr<InPlaceFile> InPlaceFile::open(std::string const& path, std::string& error) {
+    int const descriptor = openLocked(path, error);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    std::unique_ptr<InPlaceFile> file(new InPlaceFile(descriptor, realPath(path)));
+    if (!file->undo()) {
+        error = file->error();
+        return nullptr;
+    }
+    return file;
+}
+
+InPlaceFile::~InPlaceFile() { ::close(m_descriptor); }
+
+bool InPlaceFile::fail(std::string const& what) {
+    m_error = what;
+    return false;
+}
+
+bool InPlaceFile::apply(std::vector<Patch> const& patches) {
+    if (!isAsBefore(patches) || !writeUndoFile(patches)) {
+        return false;
+    }
+    std::string const undoPath = undoFileOf(m_path);
+    bool written = true;
+    for (Patch const& patch : patches) {
+        written = written && writeAll(m_descriptor, patch.after, patch.offset);
+    }
+    if (written && ::fsync(m_descriptor) == 0 && ::unlink(undoPath.c_str()) == 0) {
+        syncFolderOf(undoPath);
+        return true;
+    }
+    std::string const why = reason();
+    if (!putBack(patches) || ::unlink(undoPath.c_str()) != 0) {
+        return fail("writing failed, " + why + ", and so did putting the old bytes back, " +
+                    reason() + ": they are kept in " + undoPath +
+                    ", and the next use of the file puts them back");
+    }
+    return fail("writing failed, " + why + "; it has its old bytes");
+}
+
+/// Nobody changed the file since the patches were made.
+bool InPlaceFile::isAsBefore(std::vector<Patch> const& patches) {
+    for (Patch const& patch : patches) {
+        Bytes now(patch.before.size());
+        if (patch.after.size() != patch.before.size() ||
+            !readAll(m_descriptor, now, patch.offset) || now != patch.before) {
+            return fail("somebody else has changed it meanwhile");
+        }
+    }
+    return true;
+}
+
+bool InPlaceFile::writeUndoFile(std::vector<Patch> const& patches) {
+    struct stat status {};
+    if (::fstat(m_descriptor, &status) != 0) {
+        return fail(reason());
+    }
+    std::string const path = undoFileOf(m_path);
+    int const descriptor =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, status.st_mode & 0777);
+    if (descriptor < 0) {
+        return fail("its old bytes can't be kept in " + path + ", " + reason());
+    }
+    bool const written =
+        writeAll(descriptor, undoFile(static_cast<std::uint64_t>(status.st_size), patches), 0) &&
+        ::fsync(descriptor) == 0 && syncFolderOf(path);
+    std::string const why = reason();
+    ::close(descriptor);
+    if (!written) {
+        ::unlink(path.c_str());
+        return fail("its old bytes can't be kept in " + path + ", " + why);
+    }
+    return true;
+}
+
+/// Puts the old bytes back that an undo file keeps, if there is one.
+bool InPlaceFile::undo() {
+    std::string const path = undoFileOf(m_path);
+    std::optional<Bytes> const content = contentOf(path);
+    if (!content) {
+        return errno == ENOENT || errno == ENAMETOOLONG ||
+               fail("a change of it was interrupted, and " + path + " can't be read, " + reason());
+    }
+    if (!isBegun(*content)) {
+        return fail(path + " is in the way of changing it; move it away");
+    }
+    // One that isn't whole was interrupted before the file was touched.
+    if (std::optional<UndoFile> const undo = parsed(*content)) {
+        struct stat status {};
+        bool matches = ::fstat(m_descriptor, &status) == 0 &&
+                       static_cast<std::uint64_t>(status.st_size) == undo->fileSize;
+        for (Patch const& patch : undo->patches) {
+            Bytes now(patch.before.size());
+            matches = matches && readAll(m_descriptor, now, patch.offset) && isMixOf(now, patch);
+        }
+        if (!matches) {
+            return fail(path + " keeps old bytes of another file; move it away, or back to the "
+                               "file that it belongs to");
+        }
+        if (!putBack(undo->patches)) {
+            return fail("a change of it was interrupted, and putting the old bytes back failed, " +
+                        reason());
+        }
+        m_hasUndone = true;
+    }
+    if (::unlink(path.c_str()) != 0) {
+        return fail("a change of it was interrupted, and " + path + " can't be removed, " +
+                    reason());
+    }
+    syncFolderOf(path);
+    return true;
+}
+
+/// False, with errno, when a byte can't be written or synced.
+bool InPlaceFile::putBack(std::vector<Patch> const& patches) {
+    for (Patch const& patch : patches) {
+        if (!writeAll(m_descriptor, patch.before, patch.offset)) {
+            return false;
+        }
+    }
+    return ::fsync(m_descriptor) == 0;
+}
+
+} // namespace GxfStream
