@@ -103,6 +103,8 @@ StreamUmf const* UmfJoiner::complete(Report const& report) {
     m_pending = nullptr;
     // A number that any earlier failure left there would make the first number of the XML fail.
     clearLastError();
+    // An error number that an earlier failure left would make a good number of the document fail.
+    clearLastError();
     m_umf.result = m_umf.packet->decodeFinal();
     UmfPacket const& packet = *m_umf.packet;
     if (m_lacksBytes && packet.payloadDesc.totalLength != packet.decodedPayloadSize) {

@@ -158,7 +158,7 @@ OpResult UmfPacket::encode(GxfBuffer& out) const {
         return gxfError(GxfOpSubsystem::badEncodeSize);
     }
     unsigned const payloadSize = calcPayloadSize();
-    auto const storage = std::make_unique<unsigned char[]>(payloadSize);
+    auto const storage = std::make_unique_for_overwrite<unsigned char[]>(payloadSize);
     GxfBuffer payload(storage.get(), payloadSize, GxfBuffer::DataState::empty, MediaAgent(nullptr));
     EncodeChecker const payloadChecker(payload, payloadSize);
     OpResult result = encodePayload(payload);

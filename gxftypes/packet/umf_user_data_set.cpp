@@ -110,13 +110,17 @@ OpResult UmfUserDataSet::addUserData(char const* name, UmfTrackNum track, UmfUse
         return gxfError(GxfOpSubsystem::internalError);
     }
     unsigned short const id = getNextKeyId();
-    OpResult const result = addUserData(
-        AutoPtr<UmfUserData>(new UmfUserDataKey(name, UmfKey(UmfKey::key, id), track, type, n)));
-    if (!result) {
-        return result;
+    AutoPtr<UmfUserDataKey> const key(
+        new UmfUserDataKey(name, UmfKey(UmfKey::key, id), track, type, n));
+    AutoPtr<UmfUserData> const value(new UmfUserData(UmfKey(UmfKey::value, id), track, bytes, n));
+    if (m_openPairsAreMarked && id < idCount) {
+        // No pair waits with a free id: the key opens a new one, and the value joins it.
+        addKey(key->getKey());
+        pairs.push_back(UmfUserDataPair(key.forget(), value.forget()));
+        return OpResult::Ok;
     }
-    return addUserData(
-        AutoPtr<UmfUserData>(new UmfUserData(UmfKey(UmfKey::value, id), track, bytes, n)));
+    OpResult const result = addUserData(AutoPtr<UmfUserData>(key.forget()));
+    return result ? addUserData(value) : result;
 }
 
 OpResult UmfUserDataSet::addUserData(AutoPtr<UmfUserData> item) {
@@ -143,7 +147,7 @@ OpResult UmfUserDataSet::addUserData(AutoPtr<UmfUserDataPair> pair) {
 OpResult UmfUserDataSet::removeUserData(char const* name) {
     for (unsigned i = 0; i < pairs.size() && name != nullptr; ++i) {
         if (pairs[i].isComplete() && std::strcmp(pairs[i].getKey(), name) == 0) {
-            removeKey(pairs[i].getPairKey());
+            unmark(pairs[i].getPairKey());
             pairs.erase(i);
             break;
         }
@@ -153,16 +157,23 @@ OpResult UmfUserDataSet::removeUserData(char const* name) {
 
 void UmfUserDataSet::addKey(UmfKey const& key) {
     if (!key.isKeyValuePair()) {
+        m_openPairsAreMarked = false;
         return;
     }
     // The last id lies behind the last of the bits, in the byte that they share: intended.
     if (keyIdsInUse.get(key.getId())) {
+        m_openPairsAreMarked = false;
         warningMsg("GxfKey(%s) is already in use\n", key.toString().get());
     }
     keyIdsInUse.set(key.getId());
 }
 
 void UmfUserDataSet::removeKey(UmfKey const& key) {
+    m_openPairsAreMarked = false;
+    unmark(key);
+}
+
+void UmfUserDataSet::unmark(UmfKey const& key) {
     if (!key.isKeyValuePair()) {
         return;
     }
@@ -174,7 +185,7 @@ void UmfUserDataSet::removeKey(UmfKey const& key) {
 
 UmfUserDataPair* UmfUserDataSet::findPair(UmfUserData const& item) const {
     for (unsigned i = 0; i < pairs.size(); ++i) {
-        if (pairs[i].canPairWith(item)) {
+        if (!pairs[i].isComplete() && pairs[i].canPairWith(item)) {
             return const_cast<UmfUserDataPair*>(&pairs[i]);
         }
     }
@@ -202,6 +213,7 @@ OpResult UmfUserDataSet::copy(UmfUserDataSet const& other) {
 void UmfUserDataSet::reset() {
     pairs.reset();
     keyIdsInUse.clearAll();
+    m_openPairsAreMarked = true;
 }
 
 OpResult UmfUserDataSet::encode(GxfBuffer& buffer) const {

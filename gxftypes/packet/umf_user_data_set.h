@@ -36,6 +36,7 @@ struct UmfUserDataPair {
 };
 
 /// The user data of a UMF: pairs in order of arrival, and the ids in use.
+/// REQUIRES: whoever changes the two directly keeps the id of each pair in use.
 class UmfUserDataSet {
   public:
     UmfUserDataSet() : keyIdsInUse(idCount, false) {}
@@ -78,6 +79,11 @@ class UmfUserDataSet {
 
   private:
     static constexpr unsigned idCount = 65535;
+
+    void unmark(UmfKey const& key);
+
+    /// False once a pair may wait for an item with an id that isn't in use.
+    bool m_openPairsAreMarked = true;
 };
 
 /// Takes in a run of items as UmfUserDataSet::addUserData() does, and keeps the pairs that wait by

@@ -1,6 +1,7 @@
 #include <gxftypes/support/bitset.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace Zorvan {
@@ -13,7 +14,14 @@ Bitset::Bitset(int nBits, bool initial)
 void Bitset::clearAll() { std::memset(m_bytes.get(), 0, nBytes()); }
 
 unsigned Bitset::findFirstClear() const {
-    for (unsigned bit = 0; bit < m_nBits; bit += 32) {
+    unsigned bit = 0;
+    for (std::uint64_t bits = 0; m_nBits - bit >= 64; bit += 64) {
+        std::memcpy(&bits, m_bytes.get() + bit / 8, sizeof(bits));
+        if (~bits != 0) {
+            break;
+        }
+    }
+    for (; bit < m_nBits; bit += 32) {
         unsigned const word = wordAt(bit / 8);
         if (word != ~0U) {
             return bit + findFirstClear(word);

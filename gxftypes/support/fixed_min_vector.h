@@ -54,11 +54,7 @@ template <typename T, unsigned N> class FixedMinVector {
 
     /// REQUIRES: `value` isn't an element of this vector, which growth moves.
     void push_back(T const& value) {
-        if (m_count < m_capacity) {
-            ++m_count;
-        } else {
-            resize(m_count + 1);
-        }
+        resize(m_count + 1);
         m_data[m_count - 1] = value;
     }
 

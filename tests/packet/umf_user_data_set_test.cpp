@@ -388,6 +388,56 @@ TEST(UserDataSet, AddByName) {
     EXPECT_EQ(shapeOf(set), "k0v0 k1v1");
 }
 
+TEST(UserDataSet, AddByNameMeetsPairsThatWait) {
+    struct Row {
+        char const* name;
+        char const* shape;
+        void (*prepare)(Set&);
+    };
+    constexpr Row rows[] = {
+        {"another id", "k1- k0v0", [](Set& set) { set.addUserData(key(1)); }},
+        {"an item of an unknown kind", "k0u0 -v0", [](Set& set) { set.addUserData(unknown(0)); }},
+        {"a pair of an unknown kind", "k0u0 -v0",
+         [](Set& set) { set.addUserData(pair(nullptr, newUnknown(0))); }},
+        {"an id that two pairs had", "k0v0 -v0",
+         [](Set& set) {
+             set.addUserData(pair(newKey(0, "A"), newValue(0)));
+             set.addUserData(pair(nullptr, newValue(0)));
+             set.removeUserData("A");
+         }},
+        {"an id that was given free", "k0v0 k0-",
+         [](Set& set) {
+             set.addUserData(key(0));
+             set.removeKey(Key(0x70000));
+         }},
+        {"an id that was given free in the place of another one", "k0v0 k0-",
+         [](Set& set) {
+             set.addUserData(key(0));
+             set.removeKey(Key(0x80000));
+         }},
+        {"the last id", "k65535v65535 k65535-",
+         [](Set& set) {
+             for (unsigned id = 0; id < 65535; ++id) {
+                 set.addKey(Key(0x70000 + id));
+             }
+             set.addUserData(key(65535));
+         }},
+        {"a set from before", "k0v0",
+         [](Set& set) {
+             set.addUserData(unknown(0));
+             set.reset();
+         }},
+    };
+    for (Row const& row : rows) {
+        SCOPED_TRACE(row.name);
+        MessageCapture const capture;
+        Set set;
+        row.prepare(set);
+        EXPECT_TRUE(add(set, "B"));
+        EXPECT_EQ(shapeOf(set), row.shape);
+    }
+}
+
 TEST(UserDataSet, NullsAreRefused) {
     MessageCapture const capture;
     Set set;

@@ -12,12 +12,25 @@ using testing::Not;
 
 ToolResult infoOf(Bytes const& stream) { return runTool({"info", "--json", "-"}, asText(stream)); }
 
+/// What the descriptions of the samples leave out: the values of user data that are no text, and
+/// the sizes of the documents.
+void addWhatIsNotDescribed(std::string const& name, json& umf) {
+    if (name == "news_pal") {
+        umf["userData"][2]["value"] = 7;
+        umf["userData"][3]["valueHex"] =
+            "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f2021222324252627";
+        umf["xml"]["bytes"] = 2282;
+    } else {
+        umf["xml"]["bytes"] = name == "spot_ntsc" ? 1718 : 1806;
+    }
+}
+
 class InfoSamples : public testing::TestWithParam<char const*> {};
 
 TEST_P(InfoSamples, AreWhatTheirDescriptionsSay) {
     std::string const name = GetParam();
     json expected = json::parse(readFile(sample(name + ".json")));
-    expected.erase("umf"); // not read yet
+    addWhatIsNotDescribed(name, expected["umf"]);
     expected["file"] = sample(name + ".gxf");
     ToolResult const result = runTool({"info", "--json", sample(name + ".gxf")});
     EXPECT_EQ(result.status, 0);
@@ -54,6 +67,14 @@ Track  UMF  Type      Media         Rate   Picture  Aspect    Bit rate  Packets 
 
 Packets     2 map, 1 fieldLocTbl, 1 umfFile, 57 media, 1 EOS
 Locator     50 entries, one for every 2 fields
+
+UMF         4 410 bytes, modified 2008-11-28T11:34:38Z, XML of 2 282 bytes
+
+User data  Type    Track  Size  Value
+Title      string  M0       21  Evening news, opening
+Rights     string  M0       23  © 2009 — all regions
+Take       int32   M0        4  7
+Checksum   binary  A1       40  0x000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c...
 )");
 }
 

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <testing/umf_builder.h>
+
 #include "run_tool.h"
 #include "tool_streams.h"
 
@@ -52,6 +54,33 @@ TEST(Packets, OneLineEach) {
         "       16361  media                49  Mpeg2_625,trk=0,f=2,t=2,10b,P\n"
         "       16410  media                49  Mpeg2_625,trk=0,f=4,t=4,10b,P\n"
         "       16459  EOS                  16\n");
+}
+
+TEST(Packets, TellTheOrderOfUmfPackets) {
+    Bytes const stream = joined(umfPackets(UmfContent().payload(), 50))
+                             .add(packet(umfType, {9, 0, 0, 0, 0}))
+                             .add(endOfStream());
+    ToolResult const result = packetsResult({"--type", "umfFile"}, asText(stream));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out,
+              "           0  umfFile              72  preamble={First,payloadLen=50}\n"
+              "          72  umfFile              72  preamble={Middle,payloadLen=50}\n"
+              "         144  umfFile              28  preamble={Last,payloadLen=4}\n"
+              "         172  umfFile              21  preamble={Uninit,payloadLen=0} (invalid)\n");
+    EXPECT_EQ(result.err, "standard input: error at offset 172: the payload of this umfFile packet "
+                          "is refused, badDecodeData\n");
+}
+
+TEST(Packets, FromInTheMiddleOfAUmfIsNoFault) {
+    TemporaryFolder const folder;
+    Bytes const stream = joined(umfPackets(UmfContent().payload(), 50)).add(smallClip());
+    std::string const path = folder.write("clip.gxf", asText(stream));
+    for (ToolResult const& result : {runTool({"packets", "--json", "--from", "72", path}),
+                                     packetsResult({"--json", "--from", "72"}, asText(stream))}) {
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.lines().size(), 10U);
+    }
 }
 
 TEST(Packets, TileTheSamplesWithoutAGap) {

@@ -155,13 +155,17 @@ void ClipUmf::note(GxfStream::StreamPacket const& packet) {
 }
 
 UmfPacket::UserDataPair* findUserData(UmfPacket& umf, std::string const& name) {
+    UmfPacket::UserDataPair* printsAlike = nullptr;
     for (unsigned i = 0; i < umf.userData.pairs.size(); ++i) {
         UmfPacket::UserDataPair& pair = umf.userData.pairs[i];
-        if (pair.isComplete() && (name == pair.getKey() || name == toUtf8(pair.getKey()))) {
+        if (pair.isComplete() && name == pair.getKey()) {
             return &pair;
         }
+        if (pair.isComplete() && printsAlike == nullptr && name == toUtf8(pair.getKey())) {
+            printsAlike = &pair;
+        }
     }
-    return nullptr;
+    return printsAlike;
 }
 
 std::string valueBytes(UmfPacket::UserDataPair const& pair) {
@@ -211,8 +215,12 @@ ordered_json umfJson(StreamUmf const& umf) {
     json["maxLength"] = material.maxLength;
     json["markIn"] = material.markIn;
     json["markOut"] = material.markOut;
-    json["timecodeIn"] = timecodeText(material.timecodeIn);
-    json["timecodeOut"] = timecodeText(material.timecodeOut);
+    if (!material.timecodeIn.isInvalid()) {
+        json["timecodeIn"] = timecodeText(material.timecodeIn);
+    }
+    if (!material.timecodeOut.isInvalid()) {
+        json["timecodeOut"] = timecodeText(material.timecodeOut);
+    }
     if (std::string const time = timeText(material.modifiedTime.time); !time.empty()) {
         json["modified"] = time;
     }
@@ -270,8 +278,8 @@ std::string userDataText(UmfPacket const& umf) {
                                                          : pair["value"].dump()
                                                    : "0x" + pair["valueHex"].get<std::string>();
         constexpr std::size_t shown = 60;
-        if (displayWidth(value) > shown) {
-            value = pair.contains("valueHex") ? value.substr(0, shown) + "..." : value;
+        if (pair.contains("valueHex") && value.size() > shown) {
+            value = value.substr(0, shown) + "...";
         }
         table.add({inOneLine(forPeople(pair["name"].get<std::string>())),
                    pair["type"].get<std::string>(), forPeople(pair["track"].get<std::string>()),

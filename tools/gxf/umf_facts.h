@@ -34,7 +34,8 @@ nlohmann::ordered_json userDataJson(GxfTypes::UmfPacket const& umf);
 /// The same as a table for people; "" without any.
 std::string userDataText(GxfTypes::UmfPacket const& umf);
 
-/// The first complete pair of that name, as it is stored or as info prints it; null without one.
+/// The first complete pair whose name is stored so; without one, the first that info prints so;
+/// null without either.
 GxfTypes::UmfPacket::UserDataPair* findUserData(GxfTypes::UmfPacket& umf, std::string const& name);
 
 /// The bytes of a pair's value, without the two zero bytes that end them.

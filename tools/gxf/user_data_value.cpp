@@ -67,15 +67,21 @@ std::string truth(Type type, std::string const& text) {
 } // namespace
 
 Type userDataTypeOf(std::string const& name) {
-    std::string names;
     for (unsigned i = 0; i < typeCount; ++i) {
         auto const type = static_cast<Type>(i);
         if (striCmp(name.c_str(), getName(type)) == 0) {
             return type;
         }
-        names += std::string(i != 0 ? ", " : "") + getName(type);
     }
-    throw NotDone("there is no type '" + name + "'; choose from " + names);
+    throw NotDone("there is no type '" + name + "'; choose from " + userDataTypeNames());
+}
+
+std::string userDataTypeNames() {
+    std::string names;
+    for (unsigned i = 0; i < typeCount; ++i) {
+        names += std::string(i != 0 ? ", " : "") + getName(static_cast<Type>(i));
+    }
+    return names;
 }
 
 std::string valueOf(Type type, std::string const& text) {

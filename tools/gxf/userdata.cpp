@@ -1,9 +1,12 @@
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 #include <gxfstream/umf_rewriter.h>
 
@@ -30,16 +33,16 @@ struct NameOptions : StreamOptions {
 };
 
 struct ChangeOptions : NameOptions {
-    std::string output;
+    std::optional<std::string> output;
     bool inPlace = false;
     bool discardTail = false;
 };
 
 struct SetOptions : ChangeOptions {
     std::string value;
-    std::string valueFile;
+    std::optional<std::string> valueFile;
     std::string type = "string";
-    std::string track;
+    std::optional<std::string> track;
 };
 
 /// A change, and whether it found something to change.
@@ -67,7 +70,7 @@ int list(ListOptions const& options) {
     if (clip.get() != nullptr) {
         UmfPacket const& umf = *clip.get()->packet;
         std::string const text = options.json ? userDataJson(umf).dump() : userDataText(umf);
-        output.write(text.empty() ? text : text + "\n");
+        output.write(options.json ? text + "\n" : text);
     } else if (options.json) {
         output.write("[]\n");
     }
@@ -106,6 +109,46 @@ std::string lossText(TailLoss const& loss) {
     return text;
 }
 
+/// A stream that can be read once, in a file without a name, which goes with the process.
+class KeptStream {
+  public:
+    KeptStream() {
+        std::string path = folder() + "/gxf.XXXXXX";
+        m_descriptor = ::mkostemp(path.data(), O_CLOEXEC);
+        if (m_descriptor < 0) {
+            fail();
+        }
+        ::unlink(path.c_str());
+    }
+    ~KeptStream() { ::close(m_descriptor); }
+    KeptStream(KeptStream const&) = delete;
+    KeptStream& operator=(KeptStream const&) = delete;
+
+    void write(Span bytes) {
+        if (!writeAll(m_descriptor, bytes, m_size)) {
+            fail();
+        }
+        m_size += bytes.size();
+    }
+    /// To be opened as a file.
+    std::string path() const { return "/dev/fd/" + std::to_string(m_descriptor); }
+
+  private:
+    static std::string folder() {
+        char const* const chosen = std::getenv("TMPDIR");
+        return chosen != nullptr && *chosen != '\0' ? chosen : "/tmp";
+    }
+
+    [[noreturn]] static void fail() {
+        throw NotDone("a stream from a pipe can't be kept in " + folder() + ", " +
+                      std::generic_category().message(errno) +
+                      "; choose another folder with TMPDIR, or give -o and a file's name");
+    }
+
+    int m_descriptor = -1;
+    std::uint64_t m_size = 0;
+};
+
 /// Makes a changed copy of a stream, or changes the stream itself.
 class Rewriting {
   public:
@@ -121,9 +164,8 @@ class Rewriting {
             keepStream();
         }
         Input input = openInput();
-        if (!m_options.inPlace && input.isSameFile(m_options.output)) {
-            throw NotDone(m_options.output + ": is the stream itself; give --in-place to change "
-                                             "it, or choose another output name");
+        if (!isKept()) {
+            checkOutput(input);
         }
         takeIn(input);
         if (!*m_edit.found) {
@@ -141,6 +183,9 @@ class Rewriting {
         if (isReadOnce(m_options.file)) {
             throw NotDone("what is read from a pipe can't be changed in place; give -o OUT");
         }
+        if (m_options.file.empty()) {
+            throw NotDone("the stream has an empty name; give a path");
+        }
         std::string error;
         m_file = InPlaceFile::open(m_options.file, error);
         if (m_file == nullptr) {
@@ -153,20 +198,37 @@ class Rewriting {
         }
     }
 
-    /// What can be read once is copied to where the result is to appear.
-    void keepStream() {
-        m_output.emplace(Output::file(m_options.output));
-        if (!m_output->canRewind()) {
-            throw NotDone(m_options.output + ": a stream from a pipe can only be changed into a "
-                                             "regular file; choose another output name");
+    bool isToStandard() const { return m_options.output == "-"; }
+    std::string outputName() const {
+        return isToStandard() ? "standard output" : *m_options.output;
+    }
+
+    void checkOutput(Input const& input) const {
+        if (m_options.output &&
+            input.isSameFile(isToStandard() ? "/dev/stdout" : *m_options.output)) {
+            throw NotDone(outputName() + ": is the stream itself; give --in-place to change it, or "
+                                         "choose another output name");
         }
-        // The input is read to its end, be it a stream or not.
-        StreamOptions options = m_options;
-        Input input(options);
+    }
+
+    /// What can be read once is copied to where the result is to appear, or kept where that can't
+    /// be written twice.
+    void keepStream() {
+        Input input(m_options);
+        checkOutput(input);
+        struct stat status {};
+        bool const isRegular =
+            !isToStandard() &&
+            (::stat(m_options.output->c_str(), &status) != 0 || S_ISREG(status.st_mode));
+        if (isRegular) {
+            m_output.emplace(Output::file(*m_options.output));
+        } else {
+            m_kept.emplace();
+        }
         std::uint64_t position = 0;
         for (Span bytes = input.source().read(0, chunk); !bytes.empty();
              bytes = input.source().read(position, chunk)) {
-            m_output->write(bytes);
+            isRegular ? m_output->write(bytes) : m_kept->write(bytes);
             position += bytes.size();
             input.source().release(position);
         }
@@ -175,12 +237,14 @@ class Rewriting {
         }
     }
 
+    bool isKept() const { return m_output || m_kept; }
+
     Input openInput() {
-        if (!m_output) {
+        if (!isKept()) {
             return Input(m_options);
         }
         StreamOptions options = m_options;
-        options.file = m_output->unfinished();
+        options.file = m_output ? m_output->unfinished() : m_kept->path();
         return Input(options, m_options.file == "-" ? "standard input" : m_options.file);
     }
 
@@ -236,8 +300,7 @@ class Rewriting {
     }
 
     void copy(Input& input) {
-        m_output.emplace(m_options.output == "-" ? Output::standard()
-                                                 : Output::file(m_options.output));
+        m_output.emplace(isToStandard() ? Output::standard() : Output::file(*m_options.output));
         if (m_output->isTerminal()) {
             throw NotDone("a stream isn't written to a terminal; give -o OUT, or pipe it on");
         }
@@ -266,16 +329,21 @@ class Rewriting {
     Edit const& m_edit;
     UmfRewriter m_rewriter;
     std::unique_ptr<InPlaceFile> m_file;
+    std::optional<KeptStream> m_kept;
     std::optional<Output> m_output;
 };
+
+[[noreturn]] void cantRead(std::string const& path) {
+    throw NotDone(path + ": can't be read, " + std::generic_category().message(errno) +
+                  "; check the path");
+}
 
 std::string contentOf(std::string const& path) {
     // More than any UMF has room for.
     constexpr std::size_t most = UmfJoiner::largestUmf;
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
-        throw NotDone(path + ": can't be read, " + std::generic_category().message(errno) +
-                      "; check the path");
+        cantRead(path);
     }
     std::string content;
     char bytes[65536];
@@ -285,13 +353,10 @@ std::string contentOf(std::string const& path) {
             break;
         }
     }
-    bool const failed = std::ferror(file) != 0;
-    int const error = errno;
-    std::fclose(file);
-    if (failed) {
-        throw NotDone(path + ": can't be read, " + std::generic_category().message(error) +
-                      "; check the path");
+    if (std::ferror(file) != 0) {
+        cantRead(path == "-" ? "standard input" : path);
     }
+    std::fclose(file);
     if (content.size() > most) {
         throw NotDone(path + ": is larger than a UMF can be; give a shorter value");
     }
@@ -307,19 +372,20 @@ std::string asFormat(std::string const& text) {
     return format;
 }
 
-/// The track of a UMF with that letter and number, the first one for ""; why not in `error`.
-UmfTrackNum trackOf(UmfPacket const& umf, std::string const& name, std::string& error) {
+/// The track of a UMF with that letter and number, or its first one; why not in `error`.
+UmfTrackNum trackOf(UmfPacket const& umf, std::optional<std::string> const& name,
+                    std::string& error) {
     std::string names;
     for (unsigned i = 0; i < umf.trackDescs.size(); ++i) {
         UmfTrackNum const track(umf.trackDescs[i].trackType, umf.trackDescs[i].trackNumber);
         std::string const text = umfTrackText(track);
-        if (name.empty() || name == text) {
+        if (!name || name == text) {
             return track;
         }
         names += (i != 0 ? ", " : "") + text;
     }
-    if (!name.empty()) {
-        error = "it has no track '" + name + "'" +
+    if (name) {
+        error = "it has no track '" + *name + "'" +
                 (names.empty() ? "" : ", choose from " + inOneLine(forPeople(names)));
     }
     return {};
@@ -345,7 +411,7 @@ void replace(UmfPacket::UserDataPair& pair, UmfTrackNum track, UmfPacket::GxfUse
 int set(SetOptions const& options) {
     UmfPacket::GxfUserDataType const type = userDataTypeOf(options.type);
     std::string const value =
-        options.valueFile.empty() ? valueOf(type, options.value) : contentOf(options.valueFile);
+        options.valueFile ? contentOf(*options.valueFile) : valueOf(type, options.value);
     if (value.empty()) {
         throw NotDone("the value is empty; give one of at least one byte, or remove the name");
     }
@@ -396,16 +462,19 @@ void addChangeOptions(CLI::App& command, ChangeOptions& options) {
                      "needs the room");
 }
 
-void checkChangeOptions(ChangeOptions const& options) {
-    if (options.inPlace == !options.output.empty()) {
+void checkWhereTo(ChangeOptions const& options) {
+    if (options.inPlace == options.output.has_value()) {
         throw CLI::ValidationError(options.inPlace
                                        ? "give -o OUT or --in-place, not both"
                                        : "give -o OUT for a changed copy, or --in-place");
     }
+}
+
+void checkName(std::string const& name) {
     // A field of 80 bytes that ends in a zero byte.
-    constexpr std::size_t longestName = 79;
-    if (options.name.empty() || options.name.size() > longestName) {
-        throw CLI::ValidationError("a name has 1 to " + std::to_string(longestName) + " bytes");
+    constexpr std::size_t longest = 79;
+    if (name.empty() || name.size() > longest) {
+        throw CLI::ValidationError("a name has 1 to " + std::to_string(longest) + " bytes");
     }
 }
 
@@ -435,11 +504,13 @@ void addSet(CLI::App& app, Command& chosen) {
         command->add_option("VALUE", options->value, "The value; not with --value-file");
     addStreamOptions(*command, *options);
     CLI::Option* const file = command->get_option("FILE")->required(false);
-    command->add_option("--type", options->type, "The value's type; string if not given");
+    command->add_option("--type", options->type,
+                        "The value's type, string if not given: " + userDataTypeNames());
     command->add_option("--track", options->track,
                         "The track that it belongs to, such as M0; the first one if not given");
     CLI::Option* const valueFile =
-        command->add_option("--value-file", options->valueFile, "Take the value from this file");
+        command->add_option("--value-file", options->valueFile,
+                            "Take the value's bytes from this file; - is standard input");
     addChangeOptions(*command, *options);
     command->footer("Example: gxf userdata set Title \"Late news\" --in-place clip.gxf\n"
                     "A value that begins with a dash comes behind two dashes: "
@@ -455,7 +526,11 @@ void addSet(CLI::App& app, Command& chosen) {
         if (fromFile ? value->count() == 0 : file->count() == 0) {
             throw CLI::RequiredError(value->count() == 0 && !fromFile ? "VALUE" : "FILE");
         }
-        checkChangeOptions(*options);
+        if (options->valueFile == "-" && options->file == "-") {
+            throw CLI::ValidationError("the value and the stream can't both be standard input");
+        }
+        checkWhereTo(*options);
+        checkName(options->name);
         chosen = [options] { return set(*options); };
     });
 }
@@ -468,7 +543,7 @@ void addRemove(CLI::App& app, Command& chosen) {
     addChangeOptions(*command, *options);
     command->footer("Example: gxf userdata remove Title -o changed.gxf clip.gxf");
     command->callback([options, &chosen] {
-        checkChangeOptions(*options);
+        checkWhereTo(*options);
         chosen = [options] { return remove(*options); };
     });
 }

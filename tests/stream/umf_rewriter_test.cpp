@@ -1,0 +1,361 @@
+#include <gmock/gmock.h>
+
+#include <gxfstream/umf_rewriter.h>
+#include <testing/stream_builder.h>
+#include <testing/stream_sources.h>
+#include <testing/umf_builder.h>
+
+namespace {
+
+using namespace GxfTypes;
+using namespace GxfStream;
+using namespace GxfTesting;
+
+Bytes letters(std::string const& text) { return Bytes().text(text); }
+
+Bytes media(std::size_t size) { return mediaPacket({}, Bytes().fill(size, 0x5A)); }
+
+/// A clip of one track and one pair, with an XML document and bytes behind it.
+UmfContent clip(std::string const& title = "Evening news") {
+    UmfContent content;
+    content.addTrack({});
+    content.userData = umfPair(1, "Title", letters(title));
+    content.hasIndex = true;
+    content.indexWords = {1, 2, 0, 3, 0, 4, 5, 6};
+    content.xml = utf16("<?xml version=\"1.0\"?><Asset/>").fill(2);
+    content.rest = letters("behind the document");
+    return content;
+}
+
+/// What a rewrite makes of a content that was `size` bytes long: zeros fill it up, and the word
+/// that tells the whole length stays.
+Bytes rewritten(UmfContent const& content, std::uint32_t size) {
+    Bytes payload = content.payload();
+    setWordAt(payload, 0, size);
+    return payload.fill(size - payload.size());
+}
+
+/// Changes the first pair's value, whatever its name.
+UmfRewriter::Change valueTo(std::string const& value) {
+    return [value](UmfPacket& umf) {
+        UmfPacket::UserDataPair& pair = umf.userData.pairs[0];
+        pair.keyItem->valueSize = static_cast<unsigned>(value.size());
+        pair.valueItem->init(
+            UmfPacket::GxfKey(pair.valueItem->getKey()),
+            UmfTrackNum(trackTypeEncodingMpeg2Sd, static_cast<TrackNumberEncoding>(48)),
+            reinterpret_cast<unsigned char const*>(value.data()),
+            static_cast<unsigned>(value.size()));
+        return std::string();
+    };
+}
+
+struct Rewrite {
+    bool done = false;
+    RewriteRefusal refusal;
+    TailLoss loss;
+    unsigned umfs = 0;
+    std::vector<Patch> patches;
+    Bytes stream; ///< with the patches in place
+};
+
+Rewrite rewrite(Bytes const& stream, UmfRewriter::Change const& change,
+                UmfRewriter::TailRule rule = UmfRewriter::keepTail) {
+    MemorySource source({stream.data(), stream.size()});
+    PacketReader reader(source);
+    UmfRewriter rewriter(change, rule);
+    bool good = true;
+    while (StreamPacket const* const packet = good ? reader.next() : nullptr) {
+        good = rewriter.take(*packet, source);
+    }
+    Rewrite result;
+    result.done = good && rewriter.finish();
+    result.refusal = rewriter.refusal();
+    result.loss = rewriter.loss();
+    result.umfs = rewriter.umfs();
+    result.patches = rewriter.patches();
+    MemorySource again({stream.data(), stream.size()});
+    EXPECT_TRUE(copyPatched(again, result.patches, [&](Span bytes) {
+        result.stream.text({reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+        return true;
+    }));
+    return result;
+}
+
+/// The packets of a content between other packets.
+Bytes streamOf(Bytes const& payload) {
+    return Bytes()
+        .add(media(100))
+        .add(joined(umfPackets(payload)))
+        .add(media(50))
+        .add(endOfStream());
+}
+
+TEST(UmfRewriter, ChangesTheUmfAndNothingElse) {
+    UmfContent const before = clip("Evening news");
+    UmfContent const after = clip("Late news");
+    Rewrite const result = rewrite(streamOf(before.payload()), valueTo("Late news"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.umfs, 1U);
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, before.size())));
+    ASSERT_EQ(result.patches.size(), 1U);
+    EXPECT_EQ(result.patches[0].offset, media(100).size());
+    EXPECT_EQ(result.patches[0].before, umfPackets(before.payload())[0].vector());
+    EXPECT_EQ(result.patches[0].after, umfPackets(rewritten(after, before.size()))[0].vector());
+}
+
+TEST(UmfRewriter, AChangeThatChangesNothingPatchesNothing) {
+    Bytes const stream = streamOf(clip().payload());
+    Rewrite const result = rewrite(stream, valueTo("Evening news"));
+    EXPECT_TRUE(result.done);
+    EXPECT_EQ(result.umfs, 1U);
+    EXPECT_TRUE(result.patches.empty());
+    EXPECT_EQ(result.stream, stream);
+}
+
+TEST(UmfRewriter, TheBytesOfALongUmfGoWhereItsPacketsLie) {
+    UmfContent before = clip("Evening news");
+    while (before.rest.size() < std::size_t{2} * 32768) {
+        before.rest.u32(static_cast<std::uint32_t>(before.rest.size() * 0x01010101));
+    }
+    UmfContent after = clip("Late news");
+    after.rest = before.rest;
+    auto const spread = [](Bytes const& payload) {
+        Bytes stream;
+        for (Bytes const& packet : umfPackets(payload)) {
+            stream.add(media(40)).add(packet).add(Bytes().fill(33, 0xAA));
+        }
+        return stream.add(media(1)).add(endOfStream());
+    };
+    Rewrite const result = rewrite(spread(before.payload()), valueTo("Late news"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, spread(rewritten(after, before.size())));
+    EXPECT_EQ(result.patches.size(), 3U);
+}
+
+TEST(UmfRewriter, AllUmfsOfAStreamAreChangedAlike) {
+    UmfContent const one = clip("Evening news");
+    UmfContent two = clip("Morning");
+    two.rest = Bytes();
+    auto const both = [](Bytes const& first, Bytes const& second) {
+        return streamOf(first).add(streamOf(second));
+    };
+    Rewrite const result = rewrite(both(one.payload(), two.payload()), valueTo("Noon"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.umfs, 2U);
+    UmfContent twoAfter = clip("Noon");
+    twoAfter.rest = Bytes();
+    EXPECT_EQ(result.stream,
+              both(rewritten(clip("Noon"), one.size()), rewritten(twoAfter, two.size())));
+}
+
+TEST(UmfRewriter, AUmfThatCannotBeReadStopsAll) {
+    Bytes broken = clip().payload();
+    setWordAt(broken, 4, 9); // an unknown version
+    Rewrite const result =
+        rewrite(streamOf(clip().payload()).add(streamOf(broken)), valueTo("Late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::broken);
+    std::size_t const offset = streamOf(clip().payload()).size() + media(100).size();
+    EXPECT_EQ(result.refusal.offset, offset);
+    EXPECT_THAT(
+        result.refusal.text,
+        testing::StartsWith("the UMF at offset " + std::to_string(offset) + " can't be decoded, "));
+}
+
+TEST(UmfRewriter, PacketsThatMakeNoWholeUmfStopAll) {
+    Bytes const alone = umfPacket(1, clip().payload()); // "First"
+    for (Bytes const& stream :
+         {Bytes(media(100)).add(alone),
+          Bytes(media(100)).add(alone).add(streamOf(clip().payload())),
+          Bytes(media(100)).add(umfPacket(2, letters("lost"))).add(streamOf(clip().payload())),
+          Bytes(media(100)).add(packet(0xFD, {9, 0, 0, 0, 0})).add(streamOf(clip().payload()))}) {
+        Rewrite const result = rewrite(stream, valueTo("Late"));
+        EXPECT_FALSE(result.done);
+        EXPECT_EQ(result.refusal.kind, RewriteRefusal::broken);
+        EXPECT_EQ(result.refusal.offset, media(100).size());
+        EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                           " isn't whole, so that it can't be changed");
+    }
+}
+
+TEST(UmfRewriter, PacketsCutInAnotherWayAreRefused) {
+    UmfContent const content = clip();
+    Rewrite const fragments =
+        rewrite(joined(umfPackets(content.payload(), 200)).add(endOfStream()), valueTo("Late"));
+    EXPECT_FALSE(fragments.done);
+    EXPECT_EQ(fragments.refusal.kind, RewriteRefusal::layout);
+    EXPECT_EQ(fragments.refusal.text,
+              "the UMF at offset 0 lies in packets of other lengths than a rewrite makes for its " +
+                  std::to_string(content.size()) + " bytes");
+    // Four bytes of padding more than there need to be.
+    Bytes payload;
+    payload.u8(3).u32(content.size()).add(content.payload());
+    while ((16 + payload.size()) % 4 != 0) {
+        payload.u8(0);
+    }
+    Rewrite const padded =
+        rewrite(packet(0xFD, payload.fill(4)).add(endOfStream()), valueTo("Late"));
+    EXPECT_EQ(padded.refusal.kind, RewriteRefusal::layout);
+}
+
+TEST(UmfRewriter, WhatGrowsBeyondTheRoomIsRefused) {
+    UmfContent const content = clip("Evening news");
+    Rewrite const result = rewrite(streamOf(content.payload()), valueTo("Evening news, late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::tail);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " has no room for 6 bytes more");
+    EXPECT_EQ(result.loss.missing, 6U);
+    EXPECT_EQ(result.loss.behind, content.rest.size());
+    EXPECT_EQ(result.loss.xml, 0U);
+    EXPECT_EQ(result.loss.index, 0U);
+}
+
+/// What is thrown away, in this order: what stands behind the document, the document, the index.
+TEST(UmfRewriter, ThrowsTheTailAwayWhenItMay) {
+    UmfContent const content = clip("Evening news");
+    auto const longer = [](std::size_t by) { return std::string(12 + by, 'x'); };
+    auto const behind = content.rest.size();
+    auto const document = content.xml.size();
+
+    UmfContent after = clip(longer(behind));
+    after.rest = Bytes();
+    Rewrite result =
+        rewrite(streamOf(content.payload()), valueTo(longer(behind)), UmfRewriter::discardTail);
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
+    EXPECT_EQ(result.loss.behind, behind);
+    EXPECT_EQ(result.loss.xml + result.loss.index, 0U);
+
+    after = clip(longer(behind + 1));
+    after.rest = Bytes();
+    after.xml = Bytes();
+    result =
+        rewrite(streamOf(content.payload()), valueTo(longer(behind + 1)), UmfRewriter::discardTail);
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
+    EXPECT_EQ(result.loss.behind, behind);
+    EXPECT_EQ(result.loss.xml, document);
+    EXPECT_EQ(result.loss.index, 0U);
+
+    // An item wants 16 bytes behind it: without the index there must be as much filler.
+    after = clip(longer(behind + document));
+    after.rest = Bytes();
+    after.xml = Bytes();
+    result = rewrite(streamOf(content.payload()), valueTo(longer(behind + document)),
+                     UmfRewriter::discardTail);
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
+
+    result = rewrite(streamOf(content.payload()), valueTo(longer(behind + document + 1)),
+                     UmfRewriter::discardTail);
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
+    EXPECT_THAT(result.refusal.text, testing::EndsWith(" would not read as it is written"));
+
+    result = rewrite(streamOf(content.payload()), valueTo(longer(behind + document + 17)),
+                     UmfRewriter::discardTail);
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::room);
+    EXPECT_EQ(result.loss.missing, behind + document + 17);
+}
+
+TEST(UmfRewriter, ZerosAtTheEndAreRoom) {
+    Bytes const original = streamOf(clip("Evening news").payload());
+    Rewrite const shorter = rewrite(original, valueTo("E"));
+    ASSERT_TRUE(shorter.done);
+    Rewrite const again = rewrite(shorter.stream, valueTo("Evening news"));
+    ASSERT_TRUE(again.done) << again.refusal.text;
+    EXPECT_EQ(again.stream, original);
+    Rewrite const tooLong = rewrite(shorter.stream, valueTo("Evening news!"));
+    EXPECT_FALSE(tooLong.done);
+    EXPECT_EQ(tooLong.loss.missing, 1U);
+    EXPECT_EQ(tooLong.loss.behind, clip().rest.size());
+}
+
+TEST(UmfRewriter, BytesThatWouldBeLostAreNotRewritten) {
+    // An index of another size isn't read: the bytes of its length are missing at the end.
+    UmfContent content = clip();
+    content.hasIndex = false;
+    content.xml = Bytes();
+    content.rest = Bytes().fill(40, 0x77);
+    Bytes payload = content.payload();
+    setWordAt(payload, 44, 12);
+    Rewrite const result = rewrite(streamOf(payload), valueTo("Late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " has bytes that a rewrite would lose");
+}
+
+TEST(UmfRewriter, AnXmlThatTheParserRefusesStaysAsItIs) {
+    UmfContent before = clip("Evening news");
+    before.xml = utf16("<?xml version=\"1.0\"?><Asset></Data>").fill(2);
+    UmfContent after = before;
+    after.userData = umfPair(1, "Title", letters("Late"));
+    Rewrite const result = rewrite(streamOf(before.payload()), valueTo("Late"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, before.size())));
+}
+
+TEST(UmfRewriter, AChangeThatCannotBeMadeIsToldAndStopsAll) {
+    Rewrite const result = rewrite(streamOf(clip().payload()),
+                                   [](UmfPacket&) { return std::string("no such track"); });
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::change);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " can't be changed: no such track");
+}
+
+TEST(UmfRewriter, AnEncodingThatFailsStopsAll) {
+    // A segment of a kind that decodes and has no form to be written in.
+    UmfContent content = clip();
+    Bytes payload = content.payload();
+    std::size_t const typeOffset = 104 + 4 + 24 + 88;
+    setWordAt(payload, typeOffset, 1); // Motion JPEG
+    Rewrite const result = rewrite(streamOf(payload), valueTo("Late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
+    EXPECT_THAT(result.refusal.text, testing::HasSubstr(" can't be written, "));
+}
+
+TEST(UmfRewriter, AStreamWithoutUmfHasNothingToChange) {
+    Rewrite const result = rewrite(media(100).add(endOfStream()), valueTo("Late"));
+    EXPECT_TRUE(result.done);
+    EXPECT_EQ(result.umfs, 0U);
+}
+
+TEST(CopyPatched, StopsWhenTheSinkDoes) {
+    Bytes const stream = letters("abcdefgh");
+    MemorySource source({stream.data(), stream.size()});
+    unsigned calls = 0;
+    EXPECT_FALSE(copyPatched(source, {{2, {'c'}, {'C'}}}, [&](Span) { return ++calls < 2; }));
+    EXPECT_EQ(calls, 2U);
+}
+
+TEST(CopyPatched, ASourceThatEndsInFrontOfAPatchFails) {
+    Bytes const stream = letters("abcdefgh");
+    MemorySource source({stream.data(), stream.size()});
+    EXPECT_FALSE(copyPatched(source, {{20, {'c'}, {'C'}}}, [](Span) { return true; }));
+}
+
+TEST(CopyPatched, CopiesAFileInPieces) {
+    Bytes bytes;
+    for (unsigned i = 0; i < 700000; ++i) {
+        bytes.u32(i);
+    }
+    StreamSource const source(SourceKind::file, bytes);
+    std::string copy;
+    EXPECT_TRUE(copyPatched(
+        *source, {{1500000, {0, 0}, {7, 8}}, {2799998, {0, 0}, {9, 9}}}, [&copy](Span part) {
+            copy.append(reinterpret_cast<char const*>(part.data()), part.size());
+            return true;
+        }));
+    bytes[1500000] = 7;
+    bytes[1500001] = 8;
+    bytes[2799998] = 9;
+    bytes[2799999] = 9;
+    EXPECT_TRUE(copy == std::string(reinterpret_cast<char const*>(bytes.data()), bytes.size()));
+}
+
+} // namespace
