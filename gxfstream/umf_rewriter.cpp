@@ -156,8 +156,15 @@ bool UmfRewriter::refuse(RewriteRefusal::Kind kind, std::string const& what) {
 }
 
 bool UmfRewriter::take(StreamPacket const& packet, ByteSource& source) {
+    // A length that turns out to be wrong: the UMF was taken from the bytes of other packets.
+    if (packet.offset < m_last.offset + m_last.length) {
+        m_offset = m_last.offset;
+        return refuse(RewriteRefusal::broken,
+                      "reaches over another packet at offset " + std::to_string(packet.offset));
+    }
     if (packet.type == packetTypeUmfFile) {
-        m_loose.push_back({packet.offset, packet.length});
+        m_last = {packet.offset, packet.length};
+        m_loose.push_back(m_last);
     }
     if (packet.umf == nullptr) {
         return true;

@@ -78,6 +78,7 @@ class UmfRewriter {
     RewriteRefusal m_refusal;
     TailLoss m_loss;
     std::uint64_t m_offset = 0;            ///< of the UMF at hand
+    StreamUmf::Place m_last{};             ///< the UMF packet seen last
     std::vector<StreamUmf::Place> m_loose; ///< UMF packets that no UMF has joined yet
     unsigned m_umfs = 0;
     std::vector<Patch> m_patches;

@@ -178,6 +178,20 @@ TEST(UmfRewriter, PacketsThatMakeNoWholeUmfStopAll) {
     }
 }
 
+TEST(UmfRewriter, AUmfThatReachesOverOtherPacketsIsRefused) {
+    UmfContent content = clip();
+    content.rest = media(10).add(media(20));
+    std::size_t const inside = media(100).size() + 21 + content.size() - content.rest.size();
+    Bytes const stream =
+        media(100).add(umfPacket(3, content.payload())).fill(3, 0xEE).add(media(5));
+    Rewrite const result = rewrite(stream, valueTo("Late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::broken);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " reaches over another packet at offset " +
+                                       std::to_string(inside));
+}
+
 TEST(UmfRewriter, PacketsCutInAnotherWayAreRefused) {
     UmfContent const content = clip();
     Rewrite const fragments =

@@ -83,6 +83,9 @@ TEST(Strings, HasSubString) {
     EXPECT_FALSE(hasSubString("", "a"));
     EXPECT_FALSE(hasSubString("ab", "abc"));
     EXPECT_FALSE(hasSubString("acb", "ab"));
+    EXPECT_TRUE(hasSubString(std::string("a\0bc", 4), std::string("BC")));
+    EXPECT_TRUE(hasSubString(std::string(), std::string()));
+    EXPECT_FALSE(hasSubString(std::string("a\0bc", 4), std::string("abc")));
 }
 
 int sign(int value) { return (value > 0) - (value < 0); }

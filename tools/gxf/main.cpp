@@ -53,8 +53,8 @@ std::string leftoverText(std::string const& argument, bool hasCommand) {
                       : "there is no command '" + argument + "'";
 }
 
-std::string whatIsWrong(CLI::App const& app, CLI::ParseError const& error) {
-    bool const hasCommand = !app.get_subcommands().empty();
+std::string whatIsWrong(CLI::App const& app, CLI::App const& level, CLI::ParseError const& error) {
+    bool const hasCommand = level.get_require_subcommand_min() == 0;
     std::vector<std::string> const leftover = app.remaining(true);
     // A mistyped option may also be why something else is missing.
     bool const isMistyped = !leftover.empty() && isOption(leftover.front());
@@ -67,11 +67,12 @@ std::string whatIsWrong(CLI::App const& app, CLI::ParseError const& error) {
 
 int usageError(CLI::App const& app, CLI::ParseError const& error) {
     std::string command = "gxf";
-    for (CLI::App const* level = &app; !level->get_subcommands().empty();) {
+    CLI::App const* level = &app;
+    while (!level->get_subcommands().empty()) {
         level = level->get_subcommands().front();
         command += ' ' + level->get_name();
     }
-    return failed(whatIsWrong(app, error) + "; see '" + command + " --help'");
+    return failed(whatIsWrong(app, *level, error) + "; see '" + command + " --help'");
 }
 
 int run(int argc, char** argv) {

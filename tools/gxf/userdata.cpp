@@ -341,6 +341,9 @@ class Rewriting {
 std::string contentOf(std::string const& path) {
     // More than any UMF has room for.
     constexpr std::size_t most = UmfJoiner::largestUmf;
+    if (path.empty()) {
+        throw NotDone("--value-file has an empty name; give a path");
+    }
     std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
         cantRead(path);
