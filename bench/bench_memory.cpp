@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -12,40 +11,11 @@
 
 #include <bench/comparison.h>
 #include <bench/media_stream.h>
+#include <bench/sparse_file.h>
 
 using namespace GxfBench;
 
 namespace {
-
-/// A file of large media packets, which takes hardly any room: the essence is holes.
-class SparseFile {
-  public:
-    SparseFile(std::uint64_t size, std::uint32_t packetLength) {
-        std::string path = (std::filesystem::temp_directory_path() / "gxf-bench-XXXXXX").string();
-        int const descriptor = ::mkstemp(path.data());
-        m_path = path;
-        bool isWritten = descriptor >= 0;
-        for (std::uint64_t at = 0; isWritten && at + packetLength <= size; at += packetLength) {
-            GxfTesting::Bytes const front =
-                GxfTesting::header(0xBF, packetLength).add(GxfTesting::mediaPreamble({}));
-            isWritten = ::lseek(descriptor, static_cast<off_t>(at), SEEK_SET) >= 0 &&
-                        ::write(descriptor, front.data(), front.size()) ==
-                            static_cast<ssize_t>(front.size());
-        }
-        m_isGood = isWritten && ::ftruncate(descriptor, static_cast<off_t>(size)) == 0;
-        ::close(descriptor);
-    }
-    SparseFile(SparseFile const&) = delete;
-    SparseFile& operator=(SparseFile const&) = delete;
-    ~SparseFile() { ::unlink(m_path.c_str()); }
-
-    std::string const& path() const { return m_path; }
-    bool isGood() const { return m_isGood; }
-
-  private:
-    std::string m_path;
-    bool m_isGood = false;
-};
 
 /// The most memory of this process that was resident at a time, in KiB.
 double peakMemory() {

@@ -75,7 +75,9 @@ class ComparingReporter : public benchmark::ConsoleReporter {
         std::string const& arguments = run.run_name.args;
         Values& values =
             m_values[run.run_name.function_name + (arguments.empty() ? "" : "/") + arguments];
-        values.times.push_back(run.GetAdjustedCPUTime());
+        // What a process of its own takes isn't in the CPU time of this one.
+        bool const isReal = run.run_name.time_type == "real_time";
+        values.times.push_back(isReal ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
         for (auto const& [name, counter] : run.counters) {
             // Inverted rates are times in seconds; the table has them in nanoseconds.
             bool const isTime = (counter.flags & benchmark::Counter::kInvert) != 0;

@@ -30,7 +30,7 @@ class ParserMemory {
         static bool const isDone = [] {
             xmlMemSetup(&release, &allocate, &resize, &duplicate);
             xmlInitParser();
-            xmlSetGenericErrorFunc(nullptr, [](void*, char const*, ...) {});
+            xmlSetGenericErrorFunc(nullptr, &dropReport);
             return true;
         }();
         check(isDone);
@@ -41,6 +41,7 @@ class ParserMemory {
     static inline std::size_t held = 0;
 
   private:
+    static void dropReport(void*, char const*, ...) {}
     static void* counted(void* memory) {
         held += malloc_usable_size(memory);
         peak = std::max(peak, held);

@@ -94,15 +94,14 @@ bool UmfJoiner::isWhole(UmfPacket const& packet, Packet const& header, std::size
         m_passesOverRest = true;
         return false;
     }
-    m_lacksBytes = true;
+    // A UMF of one packet shows by itself what it lacks.
+    m_lacksBytes = m_lacksBytes || packet.getPacketOrder() != umfPacketOrderOnly;
     return true;
 }
 
 StreamUmf const* UmfJoiner::complete(Report const& report) {
     m_umf.packet = m_pending;
     m_pending = nullptr;
-    // A number that any earlier failure left there would make the first number of the XML fail.
-    clearLastError();
     // An error number that an earlier failure left would make a good number of the document fail.
     clearLastError();
     m_umf.result = m_umf.packet->decodeFinal();

@@ -104,8 +104,8 @@ std::string lossText(TailLoss const& loss) {
         }
     };
     add(loss.xml, "its XML document");
-    add(loss.behind, "what stands behind it");
     add(loss.index, "its index");
+    add(loss.behind, "other bytes at its end");
     return text;
 }
 
