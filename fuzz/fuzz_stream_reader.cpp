@@ -134,6 +134,7 @@ std::uint32_t neededOf(StreamPacket const& packet, unsigned first) {
     std::uint32_t const looked = packet.type == packetTypeMedia         ? (isTimecode ? 4112 : 16)
                                  : packet.type == packetTypeFieldLocTbl ? 4008
                                  : packet.type == packetTypeMap         ? all
+                                 : packet.type == packetTypeUmfFile     ? all
                                                                         : 0;
     return std::min(packet.length - Packet::headerSize, looked);
 }
@@ -146,6 +147,21 @@ void checkTimecodes(PerFrameTcSet const& set, unsigned char const* payload) {
     }
 }
 
+/// The packets of a UMF stand in the stream in order, and the last one completes it.
+void checkUmf(StreamUmf const& umf, StreamPacket const& last, ByteVector const& bytes) {
+    check(umf.packet.get() != nullptr && !umf.packets.empty());
+    check(umf.packets.back().offset == last.offset && umf.packets.back().length == last.length);
+    std::uint64_t end = 0;
+    std::uint64_t fragments = 0;
+    for (StreamUmf::Place const& place : umf.packets) {
+        check(place.offset >= end && bytes[place.offset + 5] == packetTypeUmfFile);
+        end = place.offset + place.length;
+        check(end <= bytes.size());
+        fragments += place.length - Packet::headerSize - UmfPacket::Preamble::wireSize;
+    }
+    check(umf.packet->decodedPayloadSize <= fragments);
+}
+
 void checkPacket(StreamPacket const& packet, ByteVector const& bytes) {
     check(isHeaderOf(packet, bytes));
     std::size_t const begin = packet.offset + Packet::headerSize;
@@ -156,6 +172,9 @@ void checkPacket(StreamPacket const& packet, ByteVector const& bytes) {
         if (media->perFrameTc.get() != nullptr && there >= 4112) {
             checkTimecodes(*media->perFrameTc, bytes.data() + begin);
         }
+    }
+    if (packet.umf != nullptr) {
+        checkUmf(*packet.umf, packet, bytes);
     }
     check(packet.packet.get() != nullptr);
     check(packet.packet->fileOffset == packet.offset && packet.packet->length == packet.length);

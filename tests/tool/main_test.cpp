@@ -27,7 +27,8 @@ TEST(Main, HelpNamesEveryCommandAndTheExitStatuses) {
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "");
         for (char const* const word :
-             {"info", "packets", "dump", "timecode", "extract", "seek", "--version",
+             {"info", "packets", "dump", "timecode", "xml", "userdata", "extract", "seek",
+              "--version",
               "Exit status: 0 done and sound, 1 done but the stream has faults, 2 not done.",
               "Example: gxf info clip.gxf"}) {
             EXPECT_THAT(result.out, HasSubstr(word));
@@ -49,6 +50,8 @@ TEST(Main, HelpOfEveryCommandHasItsOptionsAndAnExample) {
         {"timecode",
          {"--csv", "--json", "--first N", "--last N", "--track N", "--quiet",
           "Example: gxf timecode --first 1000 --last 1049 --csv clip.gxf\n"}},
+        {"xml", {"--raw", "--quiet", "Example: gxf xml clip.gxf > clip.xml\n"}},
+        {"userdata", {"list", "get", "set", "remove", "Example: gxf userdata list clip.gxf\n"}},
         {"extract",
          {"--track N", "-o,--output", "--first N", "--last N", "--quiet",
           "Example: gxf extract --track 1 -o left.wav clip.gxf\n"}},
@@ -102,6 +105,9 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"extract", "--trakc", "1", clip},
                 "there is no option '--trakc'; see 'gxf extract --help'"},
         Mistake{{"extract", clip}, "--track is required; see 'gxf extract --help'"},
+        Mistake{{"info", "--", clip, "b.gxf"},
+                "'b.gxf' is one argument too many; see 'gxf info --help'"},
+        Mistake{{"extract", "--", clip}, "--track is required; see 'gxf extract --help'"},
         Mistake{{"info", "--version"}, "there is no option '--version'; see 'gxf info --help'"},
         Mistake{{"packets", "--limit", "-5", clip}, "--limit: '-5' " COUNT_64},
         Mistake{{"packets", "--limit=-5", clip}, "--limit: '-5' " COUNT_64},

@@ -30,18 +30,22 @@ std::string clipWith(Bytes const& xml) {
 
 std::string const document = "<?xml version=\"1.0\"?><Asset><Data/></Asset>";
 
+/// A 16-bit number, least significant byte first.
+unsigned wordOf(std::string const& bytes, std::size_t at) {
+    auto const byte = [&bytes](std::size_t i) -> unsigned {
+        return static_cast<unsigned char>(bytes[i]);
+    };
+    return byte(at) | byte(at + 1) << 8;
+}
+
 /// The document of a sample, in UTF-16LE, where its UMF says that it is.
 std::string rawOfSample(std::string const& name) {
     std::string const stream = readFile(sample(name));
     for (RawPacket const& packet : packetsOf(stream)) {
         if (packet.type == umfType) {
             std::string const payload = packet.payload.substr(5);
-            auto const byte = [&](std::size_t at) {
-                return static_cast<unsigned char>(payload[at]);
-            };
-            std::size_t const index = byte(40) | byte(41) << 8;
-            return payload.substr(byte(index + 4) | byte(index + 5) << 8,
-                                  byte(index + 8) | byte(index + 9) << 8);
+            std::size_t const index = wordOf(payload, 40);
+            return payload.substr(wordOf(payload, index + 4), wordOf(payload, index + 8));
         }
     }
     return {};
@@ -51,8 +55,7 @@ std::string rawOfSample(std::string const& name) {
 std::string utf8Of(std::string const& utf16) {
     std::string text;
     for (std::size_t i = 0; i + 1 < utf16.size(); i += 2) {
-        unsigned const c =
-            static_cast<unsigned char>(utf16[i]) | static_cast<unsigned char>(utf16[i + 1]) << 8;
+        unsigned const c = wordOf(utf16, i);
         if (c < 0x80) {
             text += static_cast<char>(c);
         } else if (c < 0x800) {
@@ -222,17 +225,22 @@ TEST(Xml, BehindABadIndexIsNotFound) {
                               "its UMF has no XML document\n");
 }
 
-TEST(Xml, ALengthThatReachesBehindTheUmfIsAFaultAndNothingIsRead) {
-    // The whole document is there, but the index claims more than there is.
+TEST(Xml, OfWhichTheIndexClaimsMoreThanThereIsIsGivenAsText) {
     Bytes payload = newsContent().payload();
-    std::size_t const index = newsContent().indexOffset();
-    payload[index + 8] = 0xFF;
-    payload[index + 9] = 0xFF;
-    for (Arguments const& command : {Arguments{"xml", "-"}, Arguments{"xml", "--raw", "-"}}) {
-        ToolResult const result = runTool(command, clipOf(payload));
-        EXPECT_EQ(result.signal, 0);
-        EXPECT_GE(result.status, 0);
-        EXPECT_LE(result.status, 1);
+    std::size_t const length = newsContent().indexOffset() + 8;
+    for (unsigned const claimed : {93U, 0xFFFFU}) { // one more, and as many as there can be
+        payload[length] = static_cast<unsigned char>(claimed);
+        payload[length + 1] = static_cast<unsigned char>(claimed >> 8);
+        std::string const fault = atUmf + "the index of the UMF that begins here claims " +
+                                  std::to_string(claimed) + " bytes of XML, more than there are\n";
+        ToolResult const result = runTool({"xml", "-"}, clipOf(payload));
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, document + "\r\n");
+        EXPECT_EQ(result.err, fault);
+        ToolResult const raw = runTool({"xml", "--raw", "-"}, clipOf(payload));
+        EXPECT_EQ(raw.status, 1);
+        EXPECT_EQ(raw.out, "");
+        EXPECT_EQ(raw.err, fault + piped + "its UMF has no XML document\n");
     }
 }
 

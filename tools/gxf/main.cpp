@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <new>
 #include <unistd.h>
+#include <vector>
 
 #include "command.h"
 #include "output.h"
@@ -55,7 +56,8 @@ std::string leftoverText(std::string const& argument, bool hasCommand) {
 
 std::string whatIsWrong(CLI::App const& app, CLI::App const& level, CLI::ParseError const& error) {
     bool const hasCommand = level.get_require_subcommand_min() == 0;
-    std::vector<std::string> const leftover = app.remaining(true);
+    std::vector<std::string> leftover = app.remaining(true);
+    std::erase(leftover, "--"); // which ends the options
     // A mistyped option may also be why something else is missing.
     bool const isMistyped = !leftover.empty() && isOption(leftover.front());
     bool const isExtra = dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr;

@@ -285,7 +285,8 @@ class Rewriting {
         if (m_file != nullptr) {
             InterruptsHeld const held;
             if (!m_rewriter.patches().empty() && !m_file->apply(m_rewriter.patches())) {
-                throw NotDone(input.name() + ": can't be changed, " + m_file->error());
+                throw NotDone(input.name() + ": can't be changed, " + m_file->error() +
+                              "; try again, or give -o OUT");
             }
             return;
         }
