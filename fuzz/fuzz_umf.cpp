@@ -9,6 +9,7 @@
 #include <array>
 
 #include <fuzz/fuzz_input.h>
+#include <fuzz/quiet_parser.h>
 #include <testing/allocation_count.h>
 #include <testing/umf_builder.h>
 
@@ -742,6 +743,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }
     // No length of the wire makes anything larger than the bytes that are there.
     GxfTesting::AllocationLimit const limit((std::size_t{1} << 20) + 128 * bytes.size());
+    silenceParser();
     ByteVector const original = bytes;
     PacketPool pool;
     std::string const text =

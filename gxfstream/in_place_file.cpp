@@ -125,24 +125,69 @@ bool readAll(int descriptor, std::span<unsigned char> to, std::uint64_t offset) 
     return true;
 }
 
-/// Nothing, with errno, when it can't be read.
-std::optional<Bytes> contentOf(std::string const& path) {
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0) {
-        return std::nullopt;
-    }
+/// The file that lies where an undo file is to lie.
+struct FoundUndo {
+    enum State {
+        none,
+        foreign,    ///< no undo file, or one that a stranger has put there
+        unfinished, ///< interrupted while it was written, before the file was touched
+        whole,
+        unreadable, ///< with errno
+    };
+
+    State state;
+    UndoFile undo;
+};
+
+/// A stranger's undo file would write a stranger's bytes.
+bool isTrusted(uid_t owner, uid_t ownerOfFile) {
+    return owner == ownerOfFile || owner == ::geteuid() || owner == 0;
+}
+
+FoundUndo readUndo(int descriptor, struct stat const& file) {
     struct stat status {};
-    std::optional<Bytes> content;
-    if (::fstat(descriptor, &status) == 0) {
-        content.emplace(static_cast<std::size_t>(status.st_size));
-        if (!readAll(descriptor, *content, 0)) {
-            content.reset();
+    if (::fstat(descriptor, &status) != 0) {
+        return {FoundUndo::unreadable, {}};
+    }
+    // All bytes twice, and each of them in a patch of its own.
+    std::uint64_t const most = headSize + 14 * static_cast<std::uint64_t>(file.st_size);
+    auto const size = static_cast<std::uint64_t>(status.st_size);
+    if (!S_ISREG(status.st_mode) || !isTrusted(status.st_uid, file.st_uid) || size > most) {
+        return {FoundUndo::foreign, {}};
+    }
+    Bytes content(static_cast<std::size_t>(size));
+    if (!readAll(descriptor, content, 0)) {
+        return {FoundUndo::unreadable, {}};
+    }
+    if (!isBegun(content)) {
+        return {FoundUndo::foreign, {}};
+    }
+    std::optional<UndoFile> undo = parsed(content);
+    return undo ? FoundUndo{FoundUndo::whole, std::move(*undo)}
+                : FoundUndo{FoundUndo::unfinished, {}};
+}
+
+/// `file` is what the undo file would belong to.
+FoundUndo findUndo(std::string const& path, struct stat const& file) {
+    // A named pipe would wait for its writer.
+    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (descriptor < 0) {
+        switch (errno) {
+        case ENOENT:
+        case ENAMETOOLONG:
+            return {FoundUndo::none, {}};
+        case ELOOP:
+        case ENXIO:
+            return {FoundUndo::foreign, {}};
+        default:
+            return {FoundUndo::unreadable, {}};
         }
     }
+    FoundUndo found = readUndo(descriptor, file);
     int const error = errno;
     ::close(descriptor);
     errno = error;
-    return content;
+    return found;
 }
 
 /// Each byte is an old or a new one, as a change that was interrupted leaves them.
@@ -155,17 +200,22 @@ bool isMixOf(Span bytes, Patch const& patch) {
     return true;
 }
 
+/// The file is what an interrupted change of that undo file can have left.
+bool isOf(UndoFile const& undo, std::uint64_t size, int descriptor) {
+    bool matches = size == undo.fileSize;
+    for (Patch const& patch : undo.patches) {
+        Bytes now(matches ? patch.before.size() : 0);
+        matches = matches && readAll(descriptor, now, patch.offset) && isMixOf(now, patch);
+    }
+    return matches;
+}
+
 /// Without symbolic links; as it stands when it leads nowhere.
 std::string realPath(std::string const& path) {
     char* const real = ::realpath(path.c_str(), nullptr);
     std::string const result = real != nullptr ? real : path;
     std::free(real);
     return result;
-}
-
-bool exists(std::string const& path) {
-    struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0;
 }
 
 bool isSameFile(int descriptor, std::string const& path) {
@@ -222,14 +272,28 @@ int openLocked(std::string const& path, std::string& error) {
 std::string undoFileOf(std::string const& path) { return realPath(path) + ".gxf-undo"; }
 
 Undone undoInterrupted(std::string const& path, std::string& error) {
-    if (!exists(undoFileOf(path))) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
         return Undone::nothing;
     }
-    std::unique_ptr<InPlaceFile> const file = InPlaceFile::open(path, error);
-    if (file == nullptr) {
+    FoundUndo::State const found = findUndo(undoFileOf(path), status).state;
+    if (found == FoundUndo::none) {
+        return Undone::nothing;
+    }
+    std::string why;
+    int const descriptor = openLocked(path, why);
+    if (descriptor < 0) {
+        error = "a change of it was interrupted, and undoing that needs to write it: " + why +
+                "; use it once as somebody who may";
+        // What can't be changed can be read as it is when it wasn't touched.
+        return found == FoundUndo::unfinished ? Undone::nothing : Undone::failed;
+    }
+    InPlaceFile file(descriptor, realPath(path));
+    if (!file.undo()) {
+        error = file.error();
         return Undone::failed;
     }
-    return file->hasUndone() ? Undone::done : Undone::nothing;
+    return file.hasUndone() ? Undone::done : Undone::nothing;
 }
 
 std::unique_ptr<InPlaceFile> InPlaceFile::open(std::string const& path, std::string& error) {
@@ -312,36 +376,36 @@ bool InPlaceFile::writeUndoFile(std::vector<Patch> const& patches) {
 /// Puts the old bytes back that an undo file keeps, if there is one.
 bool InPlaceFile::undo() {
     std::string const path = undoFileOf(m_path);
-    std::optional<Bytes> const content = contentOf(path);
-    if (!content) {
-        return errno == ENOENT || errno == ENAMETOOLONG ||
-               fail("a change of it was interrupted, and " + path + " can't be read, " + reason());
+    struct stat status {};
+    if (::fstat(m_descriptor, &status) != 0) {
+        return fail(reason());
     }
-    if (!isBegun(*content)) {
+    FoundUndo const found = findUndo(path, status);
+    switch (found.state) {
+    case FoundUndo::none:
+        return true;
+    case FoundUndo::foreign:
         return fail(path + " is in the way of changing it; move it away");
-    }
-    // One that isn't whole was interrupted before the file was touched.
-    if (std::optional<UndoFile> const undo = parsed(*content)) {
-        struct stat status {};
-        bool matches = ::fstat(m_descriptor, &status) == 0 &&
-                       static_cast<std::uint64_t>(status.st_size) == undo->fileSize;
-        for (Patch const& patch : undo->patches) {
-            Bytes now(patch.before.size());
-            matches = matches && readAll(m_descriptor, now, patch.offset) && isMixOf(now, patch);
-        }
-        if (!matches) {
+    case FoundUndo::unreadable:
+        return fail("a change of it was interrupted, and " + path + " can't be read, " + reason() +
+                    "; make it readable");
+    case FoundUndo::whole:
+        if (!isOf(found.undo, static_cast<std::uint64_t>(status.st_size), m_descriptor)) {
             return fail(path + " keeps old bytes of another file; move it away, or back to the "
                                "file that it belongs to");
         }
-        if (!putBack(undo->patches)) {
+        if (!putBack(found.undo.patches)) {
             return fail("a change of it was interrupted, and putting the old bytes back failed, " +
-                        reason());
+                        reason() + "; use it again when that is mended");
         }
         m_hasUndone = true;
+        break;
+    case FoundUndo::unfinished:
+        break;
     }
     if (::unlink(path.c_str()) != 0) {
         return fail("a change of it was interrupted, and " + path + " can't be removed, " +
-                    reason());
+                    reason() + "; remove it");
     }
     syncFolderOf(path);
     return true;

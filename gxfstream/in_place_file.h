@@ -16,6 +16,13 @@ struct Patch {
     std::vector<unsigned char> after;
 };
 
+/// What undoInterrupted() found.
+enum class Undone {
+    nothing, ///< no change of the file was interrupted
+    done,    ///< the file has its old bytes again
+    failed,  ///< it may have some old and some new ones
+};
+
 /// A file that is changed where it lies, as a whole or not at all.
 ///
 /// Before the first byte is changed, the bytes that were there, and those that come, are synced to
@@ -44,6 +51,8 @@ class InPlaceFile {
     bool hasUndone() const { return m_hasUndone; }
 
   private:
+    friend Undone undoInterrupted(std::string const& path, std::string& error);
+
     InPlaceFile(int descriptor, std::string path) : m_descriptor(descriptor), m_path(path) {}
 
     bool isAsBefore(std::vector<Patch> const& patches);
@@ -56,13 +65,6 @@ class InPlaceFile {
     std::string m_path; ///< without symbolic links
     std::string m_error;
     bool m_hasUndone = false;
-};
-
-/// What undoInterrupted() found.
-enum class Undone {
-    nothing, ///< no change of the file was interrupted
-    done,    ///< the file has its old bytes again
-    failed,  ///< it may have some old and some new ones
 };
 
 /// Undoes a change of a file that was interrupted; to be called before the file is read. Waits for

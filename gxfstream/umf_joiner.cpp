@@ -125,6 +125,12 @@ StreamUmf const* UmfJoiner::complete(Report const& report) {
                (packet.isValid() ? "the tail of the UMF that begins here is refused, "
                                  : "the UMF that begins here is refused, ") +
                    reasonOf(m_umf.result));
+    } else if (packet.umfIndex.size() != 0 &&
+               packet.umfIndex.getXmlLength() > packet.preservedData[0].size()) {
+        report(m_umf.offset(), packet.length,
+               "the index of the UMF that begins here claims " +
+                   std::to_string(packet.umfIndex.getXmlLength()) +
+                   " bytes of XML, more than there are");
     }
     return &m_umf;
 }

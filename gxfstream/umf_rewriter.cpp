@@ -134,6 +134,24 @@ void takeZerosAsFiller(UmfPacket& umf) {
     umf.addFillerBytes(zeros);
 }
 
+/// Where what stands in front of the user data stays the same, so do the bytes that no field holds:
+/// behind the end of a text, in reserved places. `same` is the old content as it
+/// would be written.
+void keepBytesInFront(Bytes& bytes, Bytes const& same, WireUmf const& before,
+                      std::size_t payloadInFront) {
+    std::size_t at = 0;
+    for (Patch const& packet : before.packets()) {
+        std::size_t const fragment = std::min<std::size_t>(payloadInFront, UmfPacket::fragmentSize);
+        for (std::size_t i = 0; i < frontSize + fragment; ++i) {
+            if (bytes[at + i] == same[at + i]) {
+                bytes[at + i] = packet.before[i];
+            }
+        }
+        payloadInFront -= fragment;
+        at += packet.before.size();
+    }
+}
+
 /// What is decoded again has every section of what was written.
 bool saysTheSame(UmfPacket const& written, UmfPacket const& again) {
     Span const behind = bytesOf(written.preservedData[1]);
@@ -228,10 +246,12 @@ bool UmfRewriter::rewrite(StreamUmf const& umf, ByteSource& source) {
     if (!makeRoom(*changed)) {
         return false;
     }
-    Bytes const bytes = encoded(*changed, result);
+    Bytes bytes = encoded(*changed, result);
     if (!result || bytes.size() != changed->getCodedLength()) {
         return refuse(RewriteRefusal::inexact, "can't be written, " + reasonOf(result));
     }
+    keepBytesInFront(bytes, same, before,
+                     original->calcPayloadSize() - original->calcUserDataSize() - tail);
     WireUmf const after(before, bytes);
     AutoRefPtr<UmfPacket> const again = after.decoded(joiners[2]);
     if (again.get() == nullptr || !saysTheSame(*changed, *again)) {
@@ -254,6 +274,8 @@ bool UmfRewriter::makeRoom(UmfPacket& umf) {
     if (content > room) {
         m_loss = TailLoss();
         m_loss.missing = content - room;
+        std::string const lack = "has no room for " + std::to_string(m_loss.missing) +
+                                 (m_loss.missing == 1 ? " byte more" : " bytes more");
         std::uint32_t left = m_loss.missing;
         auto const throwAway = [&left](std::uint32_t size) {
             std::uint32_t const lost = left != 0 ? size : 0;
@@ -269,8 +291,7 @@ bool UmfRewriter::makeRoom(UmfPacket& umf) {
                                                     " bytes more, even without its tail");
         }
         if (m_rule == keepTail) {
-            return refuse(RewriteRefusal::tail,
-                          "has no room for " + std::to_string(m_loss.missing) + " bytes more");
+            return refuse(RewriteRefusal::tail, lack);
         }
     }
     OpResult const result = umf.update();

@@ -40,8 +40,10 @@ struct RewriteRefusal {
 /// again and compared with what they shall be. Nothing is written here; see InPlaceFile and
 /// copyPatched() for that.
 ///
-/// A UMF keeps its packets, their places and their lengths. Zeros at its very end are taken as
-/// filler: room for what grows.
+/// A UMF keeps its packets, their places and their lengths, its XML byte for byte, and what stands
+/// in front of the user data but for the words that tell the sizes of sections. In user data, what
+/// stands in a text's field behind the end of the text is written as zeros. Zeros at a UMF's very
+/// end are taken as filler: room for what grows.
 class UmfRewriter {
   public:
     /// Changes a decoded UMF; a text for people when it can't.

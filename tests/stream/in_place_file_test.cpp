@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <iterator>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -170,6 +171,40 @@ TEST_F(InPlaceFileTest, AForeignFileOfThatNameStays) {
     fs::create_directory(undoPath);
     EXPECT_EQ(undoInterrupted(path, error), Undone::failed);
     EXPECT_TRUE(fs::is_directory(undoPath));
+}
+
+TEST_F(InPlaceFileTest, AForeignThingOfThatNameIsNotWaitedFor) {
+    ASSERT_EQ(::mkfifo(undoPath.c_str(), 0600), 0);
+    EXPECT_EQ(undoInterrupted(path, error), Undone::failed);
+    EXPECT_EQ(error, undoPath + " is in the way of changing it; move it away");
+    fs::remove(undoPath);
+    fs::create_symlink(folder / "elsewhere", undoPath);
+    EXPECT_EQ(undoInterrupted(path, error), Undone::failed);
+    EXPECT_TRUE(fs::is_symlink(undoPath));
+    fs::remove(undoPath);
+    // Too large for a file of ten bytes, whatever it begins with.
+    write(undoPath, UndoFile{10, patches}.bytes());
+    fs::resize_file(undoPath, std::uintmax_t{1} << 40);
+    EXPECT_EQ(undoInterrupted(path, error), Undone::failed);
+    EXPECT_TRUE(fs::exists(undoPath));
+}
+
+/// Else a stranger could have their bytes written by whoever looks at the file.
+TEST_F(InPlaceFileTest, AStrangersUndoFileIsNotFollowed) {
+    constexpr uid_t stranger = 54321;
+    constexpr uid_t owner = 54322;
+    bool const isRoot = ::geteuid() == 0;
+    write(path, "0AB3456789");
+    write(undoPath, UndoFile{10, patches}.bytes());
+    if (isRoot) {
+        ASSERT_EQ(::chown(undoPath.c_str(), stranger, stranger), 0);
+        EXPECT_EQ(undoInterrupted(path, error), Undone::failed);
+        EXPECT_EQ(content(path), "0AB3456789");
+        ASSERT_EQ(::chown(path.c_str(), owner, owner), 0);
+        ASSERT_EQ(::chown(undoPath.c_str(), owner, owner), 0);
+    }
+    EXPECT_EQ(undoInterrupted(path, error), Undone::done) << error;
+    EXPECT_EQ(content(path), "0123456789");
 }
 
 TEST_F(InPlaceFileTest, ALinkLeadsToTheFile) {

@@ -287,6 +287,30 @@ TEST(UmfRewriter, ZerosAtTheEndAreRoom) {
     EXPECT_EQ(tooLong.loss.behind, clip().rest.size());
 }
 
+/// Bytes that no field holds: behind the name of a media file, in a reserved place of its
+/// description. The padding of the packet is written anew.
+TEST(UmfRewriter, BytesInFrontOfTheUserDataStay) {
+    auto const dirty = [](UmfContent content, std::uint32_t size) {
+        content.media[0][24 + 80] = 0x99;
+        content.media[0][158] = 0x98;
+        Bytes packet = umfPackets(rewritten(content, size))[0];
+        EXPECT_NE(size % 4, 3U); // there is padding
+        packet[packet.size() - 1] = 0x97;
+        return media(100).add(packet).add(endOfStream());
+    };
+    UmfContent before = clip("Evening news");
+    before.rest.fill((7 - before.size() % 4) % 4, 'x'); // one byte of padding at least
+    before.rest.fill(before.size() % 4 == 3 ? 1 : 0, 'x');
+    UmfContent after = before;
+    after.userData = umfPair(1, "Title", letters("Late news"));
+    Rewrite const result = rewrite(dirty(before, before.size()), valueTo("Late news"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    Bytes expected = dirty(after, before.size());
+    // Behind the user data the bytes move, and the padding is written anew.
+    expected[media(100).size() + umfPackets(before.payload())[0].size() - 1] = 0;
+    EXPECT_EQ(result.stream, expected);
+}
+
 TEST(UmfRewriter, BytesThatWouldBeLostAreNotRewritten) {
     // An index of another size isn't read: the bytes of its length are missing at the end.
     UmfContent content = clip();

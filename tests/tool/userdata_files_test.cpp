@@ -242,7 +242,7 @@ TEST_F(UserDataFiles, APipeWithoutAStreamLeavesNothing) {
                       "standard input: has no UMF that could hold user data; nothing is changed");
         expectRefused(
             runTool({"userdata", "set", "-o", to, "Title", "Evening news!", "-"}, plainClip()),
-            "standard input: the UMF at offset 40 has no room for 1 bytes more: it would "
+            "standard input: the UMF at offset 40 has no room for 1 byte more: it would "
             "lose its XML document (92 bytes); allow that with --discard-tail, or give a "
             "shorter value");
         ToolResult const folder = runShell("\"$GXF\" userdata set -o \"$1\" Title X - < /", {to});

@@ -317,7 +317,7 @@ TEST_F(UserDataChange, SetAddsAPairBehindTheOthers) {
     m_stream = readFile(m_path);
     expectRefused(set("Rest", rest + 'x'),
                   here() + noRoomAt +
-                      "1 bytes more: it would lose its XML document (92 bytes); allow that with "
+                      "1 byte more: it would lose its XML document (92 bytes); allow that with "
                       "--discard-tail, or give a shorter value");
 }
 
@@ -634,7 +634,7 @@ TEST_F(UserDataChange, WithoutRoomTheTailStays) {
     // 12 bytes are there, and a document of 92 bytes with an index of 16 behind them.
     expectRefused(set("Title", "Evening news!"),
                   here() + noRoomAt +
-                      "1 bytes more: it would lose its XML document (92 bytes); allow that with "
+                      "1 byte more: it would lose its XML document (92 bytes); allow that with "
                       "--discard-tail, or give a shorter value");
     expectRefused(set("Title", std::string(12 + 93, 'x')),
                   here() + noRoomAt +
@@ -648,7 +648,7 @@ TEST_F(UserDataChange, WithoutRoomTheTailStays) {
     put(before);
     expectRefused(set("Title", "Evening news!"),
                   here() + noRoomAt +
-                      "1 bytes more: it would lose other bytes at its end (7 bytes); allow that "
+                      "1 byte more: it would lose other bytes at its end (7 bytes); allow that "
                       "with --discard-tail, or give a shorter value");
     expectRefused(set("Title", std::string(12 + 8, 'x')),
                   here() + noRoomAt +
@@ -673,7 +673,7 @@ TEST_F(UserDataChange, ZerosAtTheEndAreRoom) {
     m_stream = readFile(m_path);
     expectRefused(set("Title", "Evening news, five"),
                   here() + noRoomAt +
-                      "1 bytes more: it would lose other bytes at its end (6 bytes); allow that "
+                      "1 byte more: it would lose other bytes at its end (6 bytes); allow that "
                       "with --discard-tail, or give a shorter value");
     expectNow(set("Title", "Evening news, fiv"), [&] {
         after.userData = pairOf(0, "Title", text("Evening news, fiv")).add(take);
@@ -790,7 +790,7 @@ TEST_F(UserDataChange, OneUmfWithoutRoomStopsAll) {
     std::size_t const at = umfOffset + roomy.size() + 41;
     expectRefused(set("Title", "Evening news!"),
                   here() + ": the UMF at offset " + std::to_string(at) +
-                      " has no room for 1 bytes more: it would lose its XML document (92 bytes); "
+                      " has no room for 1 byte more: it would lose its XML document (92 bytes); "
                       "allow that with --discard-tail, or give a shorter value");
 }
 

@@ -78,8 +78,7 @@ void Input::open(StreamOptions const& options) {
         tell("a change that was interrupted is undone");
         break;
     case Undone::failed:
-        throw NotDone(m_name + ": a change of it was interrupted and isn't undone, " + error +
-                      "; run gxf on it once as somebody who may write it");
+        throw NotDone(m_name + ": can't be read, " + error);
     }
     m_source = FileSource::open(options.file, error);
     if (m_source == nullptr) {

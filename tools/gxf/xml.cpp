@@ -35,13 +35,6 @@ int run(Options const& options) {
     }
     UmfPacket const& umf = *clip.get()->packet;
     GxfPreservedData const& raw = umf.preservedData[0];
-    bool const claimsMore =
-        raw.size() == 0 && umf.umfIndex.size() != 0 && umf.umfIndex.getXmlLength() != 0;
-    if (claimsMore) {
-        input.addFault(clip.get()->offset(), "the index of the UMF that begins here claims " +
-                                                 std::to_string(umf.umfIndex.getXmlLength()) +
-                                                 " bytes of XML, more than there are");
-    }
     std::string_view const document = documentOf(umf.xmlTree);
     // Of a document that isn't as long as claimed, only the text is kept.
     if (raw.size() == 0 && (options.raw || document.empty())) {
