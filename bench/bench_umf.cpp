@@ -2,6 +2,7 @@
 // operation (the packets that are gathered, the packet that the set belongs to) and what comes
 // behind it (giving the memory back) isn't timed, on neither side of a comparison.
 
+#include <cstring>
 #include <iconv.h>
 #include <libxml/parser.h>
 #include <malloc.h>

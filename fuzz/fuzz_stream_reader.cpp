@@ -147,16 +147,17 @@ void checkTimecodes(PerFrameTcSet const& set, unsigned char const* payload) {
     }
 }
 
-/// The packets of a UMF stand in the stream in order, and the last one completes it.
+/// The packets of a UMF stand in the stream in order, and the last one completes it. One whose
+/// length is wrong may reach over the next.
 void checkUmf(StreamUmf const& umf, StreamPacket const& last, ByteVector const& bytes) {
     check(umf.packet.get() != nullptr && !umf.packets.empty());
     check(umf.packets.back().offset == last.offset && umf.packets.back().length == last.length);
-    std::uint64_t end = 0;
+    std::uint64_t begin = 0;
     std::uint64_t fragments = 0;
     for (StreamUmf::Place const& place : umf.packets) {
-        check(place.offset >= end && bytes[place.offset + 5] == packetTypeUmfFile);
-        end = place.offset + place.length;
-        check(end <= bytes.size());
+        check(place.offset >= begin && bytes[place.offset + 5] == packetTypeUmfFile);
+        check(place.offset + place.length <= bytes.size());
+        begin = place.offset + Packet::headerSize;
         fragments += place.length - Packet::headerSize - UmfPacket::Preamble::wireSize;
     }
     check(umf.packet->decodedPayloadSize <= fragments);

@@ -6,7 +6,6 @@
 // pair added 1, the XML discarded 1, filler added 1 | the end of the input is the new value 1
 
 #include <algorithm>
-#include <array>
 
 #include <fuzz/fuzz_input.h>
 #include <fuzz/quiet_parser.h>
