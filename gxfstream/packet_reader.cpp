@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include <gxfstream/decode_window.h>
+#include <gxfstream/result_text.h>
 
 namespace GxfStream {
 
@@ -30,14 +31,6 @@ std::string plural(std::uint64_t count, char const* noun) {
 
 /// The verb for that many of a noun.
 char const* isOrAre(std::uint64_t count) { return count == 1 ? "is" : "are"; }
-
-std::string reasonOf(OpResult const& result) {
-    std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
-    if (*result.getText() != '\0') {
-        reason += std::string(": ") + result.getText();
-    }
-    return reason;
-}
 
 } // namespace
 

@@ -1,8 +1,7 @@
 #include <gxfstream/umf_joiner.h>
 
-#include <algorithm>
-
 #include <gxfstream/decode_window.h>
+#include <gxfstream/result_text.h>
 
 namespace GxfStream {
 
@@ -12,17 +11,6 @@ namespace {
 
 // To the next multiple of 4.
 constexpr std::uint32_t largestPadding = 3;
-
-/// One line: the parser of the XML ends its texts with a line feed.
-std::string reasonOf(OpResult const& result) {
-    std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
-    if (*result.getText() != '\0') {
-        reason += std::string(": ") + result.getText();
-    }
-    reason.erase(reason.find_last_not_of('\n') + 1);
-    std::replace(reason.begin(), reason.end(), '\n', ' ');
-    return reason;
-}
 
 } // namespace
 

@@ -1,9 +1,9 @@
 #include <gxfstream/umf_rewriter.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include <gxfstream/decode_window.h>
+#include <gxfstream/result_text.h>
 
 namespace GxfStream {
 
@@ -88,14 +88,6 @@ class WireUmf {
   private:
     std::vector<Patch> m_packets;
 };
-
-std::string reasonOf(OpResult const& result) {
-    std::string reason = GxfOpSubsystem::getErrorName(result.getCode());
-    if (*result.getText() != '\0') {
-        reason += std::string(": ") + result.getText();
-    }
-    return reason;
-}
 
 Bytes encoded(UmfPacket const& umf, OpResult& result) {
     Bytes bytes(umf.getCodedLength());

@@ -89,12 +89,10 @@ bool GxfXmlSegment::decodePictureAttribute(_xmlAttr* attr) {
     return isOneOf(attr->name, passedOver);
 }
 
-OpResult GxfXmlSegment::decodeMpegSegment(_xmlNode* node) {
-    static constexpr char const* names[] = {"MpegSegment", "MpegHiDefSegment"};
-    OpResult result = checkNode(node, names, "a mpeg node");
-    if (!result) {
-        return result;
-    }
+/// The attributes of a picture's segment, and its one kind of child, of which nothing is kept.
+OpResult GxfXmlSegment::decodePicture(_xmlNode* node, char const* parameters,
+                                      OpResult (GxfXmlSegment::*decodeParameters)(_xmlNode*)) {
+    OpResult result;
     XmlReaderNotes notes;
     for (xmlAttr* attr = attributesOf(node); attr != nullptr; attr = attr->next) {
         if (!decodePictureAttribute(attr)) {
@@ -102,61 +100,37 @@ OpResult GxfXmlSegment::decodeMpegSegment(_xmlNode* node) {
         }
     }
     for (xmlNode* child = childrenOf(node); child != nullptr && result; child = child->next) {
-        if (xmlStringCmp(child->name, "MpegParameters")) {
-            result = decodeMpegParams(child);
-        } else {
+        if (!xmlStringCmp(child->name, parameters)) {
             notes.unknownChild(child);
+        } else if (decodeParameters != nullptr) {
+            result = (this->*decodeParameters)(child);
         }
     }
     notes.write();
     return result;
+}
+
+OpResult GxfXmlSegment::decodeMpegSegment(_xmlNode* node) {
+    static constexpr char const* names[] = {"MpegSegment", "MpegHiDefSegment"};
+    OpResult const result = checkNode(node, names, "a mpeg node");
+    return result ? decodePicture(node, "MpegParameters", &GxfXmlSegment::decodeMpegParams)
+                  : result;
 }
 
 OpResult GxfXmlSegment::decodeDvSegment(_xmlNode* node) {
     static constexpr char const* names[] = {"DVCPROHDSegment", "DVCPRO25Segment",
                                             "DVCPRO50Segment"};
     OpResult const result = checkNode(node, names, "a dv node");
-    if (!result) {
-        return result;
-    }
-    XmlReaderNotes notes;
-    for (xmlAttr* attr = attributesOf(node); attr != nullptr; attr = attr->next) {
-        if (!decodePictureAttribute(attr)) {
-            notes.unknownAttribute(attr);
-        }
-    }
-    for (xmlNode* child = childrenOf(node); child != nullptr; child = child->next) {
-        if (!xmlStringCmp(child->name, "DvParameters")) {
-            notes.unknownChild(child);
-        }
-    }
-    notes.write();
-    return result;
+    return result ? decodePicture(node, "DvParameters") : result;
 }
 
 OpResult GxfXmlSegment::decodeAvciSegment(_xmlNode* node) {
     static constexpr char const* names[] = {"AvciSegment"};
     OpResult const result = checkNode(node, names, "an avci node");
-    if (!result) {
-        return result;
-    }
-    XmlReaderNotes notes;
-    for (xmlAttr* attr = attributesOf(node); attr != nullptr; attr = attr->next) {
-        if (!decodePictureAttribute(attr)) {
-            notes.unknownAttribute(attr);
-        }
-    }
-    for (xmlNode* child = childrenOf(node); child != nullptr; child = child->next) {
-        if (!xmlStringCmp(child->name, "AvciParameters")) {
-            notes.unknownChild(child);
-        }
-    }
-    notes.write();
-    return result;
+    return result ? decodePicture(node, "AvciParameters") : result;
 }
 
 OpResult GxfXmlSegment::decodeMpegParams(_xmlNode* node) {
-    static constexpr char const* names[] = {"MpegParameters"};
     static constexpr char const* attributes[] = {"Chroma",
                                                  "GOPEnd",
                                                  "PixType",
@@ -164,39 +138,19 @@ OpResult GxfXmlSegment::decodeMpegParams(_xmlNode* node) {
                                                  "PPixPerIPix",
                                                  "BPixPerIPPix",
                                                  "MpegCompressionType"};
-    OpResult const result = checkNode(node, names, "a mpeg params node");
-    if (result) {
-        XmlReaderNotes notes;
-        passAttributes(node, attributes, notes);
-        notes.write();
-    }
-    return result;
+    return passElement(node, "MpegParameters", "a mpeg params node", attributes);
 }
 
 OpResult GxfXmlSegment::decodeAudioSegment(_xmlNode* node) {
-    static constexpr char const* names[] = {"AudioSegment"};
     static constexpr char const* attributes[] = {"inputGain", "inputGainDuration", "outputGain",
                                                  "outputGainDuration", "audioFormat"};
-    OpResult const result = checkNode(node, names, "an audio node");
-    if (result) {
-        XmlReaderNotes notes;
-        passAttributes(node, attributes, notes);
-        notes.write();
-    }
-    return result;
+    return passElement(node, "AudioSegment", "an audio node", attributes);
 }
 
 OpResult GxfXmlSegment::decodeTimecodeSegment(_xmlNode* node) {
-    static constexpr char const* names[] = {"TimecodeSegment"};
     static constexpr char const* attributes[] = {"FirstMediaTimecodeMask", "LastMediaTimecodeMask",
                                                  "MediaInStr", "MediaOutStr", "DropFrame"};
-    OpResult const result = checkNode(node, names, "a timecode node");
-    if (result) {
-        XmlReaderNotes notes;
-        passAttributes(node, attributes, notes);
-        notes.write();
-    }
-    return result;
+    return passElement(node, "TimecodeSegment", "a timecode node", attributes);
 }
 
 AspectRatio GxfXmlSegment::getAspect(char const* text) {

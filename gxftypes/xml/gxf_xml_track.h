@@ -35,6 +35,8 @@ class GxfXmlSegment {
 
   private:
     bool decodePictureAttribute(_xmlAttr* attr);
+    OpResult decodePicture(_xmlNode* node, char const* parameters,
+                           OpResult (GxfXmlSegment::*decodeParameters)(_xmlNode*) = nullptr);
 };
 
 /// What the XML says of a track. A copy takes the label away from the source: intended.

@@ -34,21 +34,6 @@ void initParserOnce() {
     std::call_once(once, xmlInitParser);
 }
 
-/// The frame of the readers whose attributes are passed over.
-template <std::size_t N>
-OpResult passElement(xmlNode* node, char const* name, char const* what,
-                     char const* const (&attributes)[N],
-                     OpCodeLocation const& location = OpCodeLocation::here()) {
-    char const* const names[] = {name};
-    OpResult const result = checkNode(node, names, what, location);
-    if (result) {
-        XmlReaderNotes notes;
-        passAttributes(node, attributes, notes);
-        notes.write();
-    }
-    return result;
-}
-
 } // namespace
 
 GxfXmlTree::~GxfXmlTree() {

@@ -84,4 +84,19 @@ void passAttributes(xmlNode* node, char const* const (&names)[N], XmlReaderNotes
     }
 }
 
+/// Checks an element of which nothing is kept, and notes the attributes that it shouldn't have.
+template <std::size_t N>
+OpResult passElement(xmlNode* node, char const* name, char const* what,
+                     char const* const (&attributes)[N],
+                     OpCodeLocation const& location = OpCodeLocation::here()) {
+    char const* const names[] = {name};
+    OpResult const result = checkNode(node, names, what, location);
+    if (result) {
+        XmlReaderNotes notes;
+        passAttributes(node, attributes, notes);
+        notes.write();
+    }
+    return result;
+}
+
 } // namespace GxfTypes
