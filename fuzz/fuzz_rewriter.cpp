@@ -109,7 +109,7 @@ std::optional<Rewrite> rewrite(ByteVector const& bytes, Plan const& plan) {
     while (StreamPacket const* const packet = good ? reader.next() : nullptr) {
         good = rewriter.take(*packet, source);
     }
-    if (!good || !rewriter.finish()) {
+    if (!good || !rewriter.finish(reader)) {
         check(!rewriter.refusal().text.empty());
         check(rewriter.refusal().offset < bytes.size());
         return std::nullopt;

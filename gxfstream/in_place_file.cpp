@@ -110,6 +110,7 @@ bool isBegun(Span file) {
     return isEmpty || std::equal(begin.begin(), begin.end(), std::begin(magic));
 }
 
+/// False, with errno, when they can't be read; errno is 0 when the file ends before them.
 bool readAll(int descriptor, std::span<unsigned char> to, std::uint64_t offset) {
     while (!to.empty()) {
         ssize_t const got = ::pread(descriptor, to.data(), to.size(), static_cast<off_t>(offset));
@@ -117,6 +118,7 @@ bool readAll(int descriptor, std::span<unsigned char> to, std::uint64_t offset) 
             continue;
         }
         if (got <= 0) {
+            errno = got == 0 ? 0 : errno;
             return false;
         }
         to = to.subspan(static_cast<std::size_t>(got));
@@ -201,13 +203,23 @@ bool isMixOf(Span bytes, Patch const& patch) {
 }
 
 /// The file is what an interrupted change of that undo file can have left.
+/// False with errno 0 when it isn't, else when it can't be read.
 bool isOf(UndoFile const& undo, std::uint64_t size, int descriptor) {
-    bool matches = size == undo.fileSize;
-    for (Patch const& patch : undo.patches) {
-        Bytes now(matches ? patch.before.size() : 0);
-        matches = matches && readAll(descriptor, now, patch.offset) && isMixOf(now, patch);
+    errno = 0;
+    if (size != undo.fileSize) {
+        return false;
     }
-    return matches;
+    for (Patch const& patch : undo.patches) {
+        Bytes now(patch.before.size());
+        if (!readAll(descriptor, now, patch.offset)) {
+            return false;
+        }
+        if (!isMixOf(now, patch)) {
+            errno = 0;
+            return false;
+        }
+    }
+    return true;
 }
 
 /// Without symbolic links; as it stands when it leads nowhere.
@@ -225,11 +237,11 @@ bool isSameFile(int descriptor, std::string const& path) {
            mine.st_dev == other.st_dev && mine.st_ino == other.st_ino;
 }
 
-/// False when somebody else holds the lock for longer than a change takes.
-bool lock(int descriptor) {
+/// False when somebody else holds the lock for longer than ten seconds.
+bool lock(int descriptor, int kind = LOCK_EX) {
     constexpr int tries = 200;
     for (int i = 0; i < tries; ++i) {
-        if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+        if (::flock(descriptor, kind | LOCK_NB) == 0) {
             return true;
         }
         if (errno != EWOULDBLOCK && errno != EINTR) {
@@ -254,7 +266,7 @@ int openLocked(std::string const& path, std::string& error) {
         if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
             error = "it is not a regular file";
         } else if (!lock(descriptor)) {
-            error = errno == EWOULDBLOCK ? "somebody else is changing it" : reason();
+            error = errno == EWOULDBLOCK ? "somebody else is changing or copying it" : reason();
         } else if (isSameFile(descriptor, path)) {
             return descriptor;
         } else {
@@ -271,6 +283,19 @@ int openLocked(std::string const& path, std::string& error) {
 
 std::string undoFileOf(std::string const& path) { return realPath(path) + ".gxf-undo"; }
 
+UnchangedFile::UnchangedFile(std::string const& path)
+    : m_descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+    if (m_descriptor >= 0) {
+        lock(m_descriptor, LOCK_SH);
+    }
+}
+
+UnchangedFile::~UnchangedFile() {
+    if (m_descriptor >= 0) {
+        ::close(m_descriptor);
+    }
+}
+
 Undone undoInterrupted(std::string const& path, std::string& error) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {
@@ -283,6 +308,11 @@ Undone undoInterrupted(std::string const& path, std::string& error) {
     std::string why;
     int const descriptor = openLocked(path, why);
     if (descriptor < 0) {
+        // It may have been going on, and be done now.
+        UnchangedFile const unchanged(path);
+        if (findUndo(undoFileOf(path), status).state == FoundUndo::none) {
+            return Undone::nothing;
+        }
         error = "a change of it was interrupted, and undoing that needs to write it: " + why +
                 "; use it once as somebody who may";
         // What can't be changed can be read as it is when it wasn't touched.
@@ -327,10 +357,16 @@ bool InPlaceFile::apply(std::vector<Patch> const& patches) {
     }
     if (written && ::fsync(m_descriptor) == 0 && ::unlink(undoPath.c_str()) == 0) {
         syncFolderOf(undoPath);
-        return true;
+        return isSameFile(m_descriptor, m_path) ||
+               fail("another file has taken its place meanwhile");
     }
     std::string const why = reason();
-    if (!putBack(patches) || ::unlink(undoPath.c_str()) != 0) {
+    bool const isBack = putBack(patches);
+    if (isBack && ::unlink(undoPath.c_str()) != 0) {
+        return fail("writing failed, " + why + "; it has its old bytes, and " + undoPath +
+                    " can't be removed, " + reason() + ": remove it");
+    }
+    if (!isBack) {
         return fail("writing failed, " + why + ", and so did putting the old bytes back, " +
                     reason() + ": they are kept in " + undoPath +
                     ", and the next use of the file puts them back");
@@ -342,12 +378,14 @@ bool InPlaceFile::apply(std::vector<Patch> const& patches) {
 bool InPlaceFile::isAsBefore(std::vector<Patch> const& patches) {
     for (Patch const& patch : patches) {
         Bytes now(patch.before.size());
-        if (patch.after.size() != patch.before.size() ||
-            !readAll(m_descriptor, now, patch.offset) || now != patch.before) {
+        if (!readAll(m_descriptor, now, patch.offset) && errno != 0) {
+            return fail("it can't be read, " + reason());
+        }
+        if (patch.after.size() != patch.before.size() || now != patch.before) {
             return fail("somebody else has changed it meanwhile");
         }
     }
-    return true;
+    return isSameFile(m_descriptor, m_path) || fail("another file has taken its place meanwhile");
 }
 
 bool InPlaceFile::writeUndoFile(std::vector<Patch> const& patches) {
@@ -363,7 +401,7 @@ bool InPlaceFile::writeUndoFile(std::vector<Patch> const& patches) {
     }
     bool const written =
         writeAll(descriptor, undoFile(static_cast<std::uint64_t>(status.st_size), patches), 0) &&
-        ::fsync(descriptor) == 0 && syncFolderOf(path);
+        ::fsync(descriptor) == 0 && (syncFolderOf(path) || ::syncfs(descriptor) == 0);
     std::string const why = reason();
     ::close(descriptor);
     if (!written) {
@@ -391,6 +429,10 @@ bool InPlaceFile::undo() {
                     "; make it readable");
     case FoundUndo::whole:
         if (!isOf(found.undo, static_cast<std::uint64_t>(status.st_size), m_descriptor)) {
+            if (errno != 0) {
+                return fail("a change of it was interrupted, and it can't be read, " + reason() +
+                            "; use it again when that is mended");
+            }
             return fail(path + " keeps old bytes of another file; move it away, or back to the "
                                "file that it belongs to");
         }

@@ -67,6 +67,19 @@ class InPlaceFile {
     bool m_hasUndone = false;
 };
 
+/// While it lives, nobody changes the file in place. It waits up to ten seconds for somebody who
+/// does, and then does without.
+class UnchangedFile {
+  public:
+    explicit UnchangedFile(std::string const& path);
+    UnchangedFile(UnchangedFile const&) = delete;
+    UnchangedFile& operator=(UnchangedFile const&) = delete;
+    ~UnchangedFile();
+
+  private:
+    int m_descriptor;
+};
+
 /// Undoes a change of a file that was interrupted; to be called before the file is read. Waits for
 /// a change that is going on. `error` tells why it failed.
 Undone undoInterrupted(std::string const& path, std::string& error);

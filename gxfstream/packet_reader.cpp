@@ -207,8 +207,7 @@ bool PacketReader::readPacket() {
                std::string("this ") + name + " packet claims " + plural(m_current.length, "byte") +
                    ", more than a " + name + " packet can need; it is passed over");
         m_joiner.noteLostBytes();
-        m_current.packet = nullptr;
-        return false;
+        return lose();
     }
     if (m_current.type == packetTypeMedia && last != nullptr && last->isUnshared()) {
         // Nobody kept it: it comes out again, without the way through the pool.
@@ -265,6 +264,15 @@ bool PacketReader::decodeMedia(MediaPacket& media) {
     return true;
 }
 
+/// The packet doesn't come out.
+bool PacketReader::lose() {
+    m_current.packet = nullptr;
+    if (m_current.type == packetTypeUmfFile && !m_lostUmf) {
+        m_lostUmf = m_current.offset;
+    }
+    return false;
+}
+
 bool PacketReader::decodePayload() {
     Packet& packet = *m_current.packet;
     std::uint32_t const payloadLength = m_current.length - headerSize;
@@ -281,8 +289,7 @@ bool PacketReader::decodePayload() {
         }
     }
     if (bytes.size() < wanted) {
-        m_current.packet = nullptr;
-        return false;
+        return lose();
     }
     dropStaleState();
     DecodeWindow buffer(bytes, offset);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,6 +79,8 @@ class PacketReader {
 
     /// Where the next packet is expected.
     std::uint64_t position() const { return m_position; }
+    /// The first UMF packet that didn't come out: too large, or cut off by the stream's end.
+    std::optional<std::uint64_t> lostUmf() const { return m_lostUmf; }
     /// Bytes passed over so far by seek() and the search for a packet behind it.
     std::uint64_t passedOver() const { return m_passedOver; }
 
@@ -91,6 +94,7 @@ class PacketReader {
     bool readPacket();
     bool decodeMedia(GxfTypes::MediaPacket& media);
     bool decodePayload();
+    bool lose();
     Span withBytesBehind(Span bytes, std::uint32_t payloadPart);
     void dropStaleState();
     void judgePayload(bool timecodes);
@@ -109,6 +113,7 @@ class PacketReader {
     StreamPacket m_current;
     std::uint64_t m_position = 0;
     std::uint64_t m_passedOver = 0;
+    std::optional<std::uint64_t> m_lostUmf;
     bool m_hasCurrent = false;   ///< m_current is a packet of this stream, in front of m_position
     bool m_silentSearch = false; ///< the next search begins where a caller pointed
     bool m_ended = false;

@@ -40,6 +40,13 @@ StreamUmf const* UmfJoiner::add(Packet const& header, Span payload, Report const
         drop();
         return nullptr;
     }
+    if (m_umf.packets.size() > mostPackets) {
+        report(m_umf.offset(), m_pending->gatherBuffer.nOccupied(),
+               "the UMF that begins here has more than " + std::to_string(mostPackets) +
+                   " packets; it is dropped");
+        drop();
+        return nullptr;
+    }
     UmfPacketOrder const order = packet->getPacketOrder();
     return order == umfPacketOrderLast || order == umfPacketOrderOnly ? complete(report) : nullptr;
 }

@@ -36,6 +36,8 @@ class UmfJoiner {
 
     /// More than any description of a clip: a UMF that gathers more is dropped.
     static constexpr std::uint32_t largestUmf = std::uint32_t{64} << 20;
+    /// As many as it has at a kibibyte each.
+    static constexpr std::size_t mostPackets = largestUmf / 1024;
 
     /// Takes in the next UMF packet of the stream, its header and its whole payload. Null unless it
     /// completes a UMF, which is good until the next call.

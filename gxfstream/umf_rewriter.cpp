@@ -1,6 +1,7 @@
 #include <gxfstream/umf_rewriter.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include <gxfstream/decode_window.h>
 #include <gxfstream/result_text.h>
@@ -126,6 +127,22 @@ void takeZerosAsFiller(UmfPacket& umf) {
     umf.addFillerBytes(zeros);
 }
 
+/// A text that fills its field without a zero byte isn't written, and all that follows moves.
+bool holdsFullText(UmfPacket const& umf) {
+    auto const isFull = [](AutoArrayPtr<char> const& text, std::size_t fieldSize) {
+        return text.get() != nullptr && std::strlen(text.get()) >= fieldSize;
+    };
+    for (unsigned i = 0; i < umf.userData.pairs.size(); ++i) {
+        UmfPacket::UserDataKey const* const key = umf.userData.pairs[i].keyItem.get();
+        if (key != nullptr && (isFull(key->vendor, 32) || isFull(key->className, 32) ||
+                               isFull(key->valueTypeName, 80) || isFull(key->pairName, 80) ||
+                               isFull(key->version, 32))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// Where what stands in front of the user data stays the same, so do the bytes that no field holds:
 /// behind the end of a text, in reserved places. `same` is the old content as it
 /// would be written.
@@ -175,6 +192,10 @@ bool UmfRewriter::take(StreamPacket const& packet, ByteSource& source) {
     if (packet.type == packetTypeUmfFile) {
         m_last = {packet.offset, packet.length};
         m_loose.push_back(m_last);
+        if (m_loose.size() > UmfJoiner::mostPackets) {
+            m_offset = m_loose.front().offset;
+            return refuse(RewriteRefusal::broken, "isn't whole, so that it can't be changed");
+        }
     }
     if (packet.umf == nullptr) {
         return true;
@@ -189,11 +210,12 @@ bool UmfRewriter::take(StreamPacket const& packet, ByteSource& source) {
     return rewrite(*packet.umf, source);
 }
 
-bool UmfRewriter::finish() {
-    if (m_loose.empty()) {
+bool UmfRewriter::finish(PacketReader const& reader) {
+    std::optional<std::uint64_t> const lost = reader.lostUmf();
+    if (m_loose.empty() && !lost) {
         return true;
     }
-    m_offset = m_loose.front().offset;
+    m_offset = m_loose.empty() ? *lost : m_loose.front().offset;
     return refuse(RewriteRefusal::broken, "isn't whole, so that it can't be changed");
 }
 
@@ -219,13 +241,19 @@ bool UmfRewriter::rewrite(StreamUmf const& umf, ByteSource& source) {
                           std::to_string(payload.size()) + " bytes");
     }
 
+    if (holdsFullText(*original)) {
+        return refuse(RewriteRefusal::inexact,
+                      "has a text in its user data that fills its field, and would be lost");
+    }
+
     OpResult result;
     Bytes const same = encoded(*original, result);
     if (!result) {
         return refuse(RewriteRefusal::inexact, "can't be written, " + reasonOf(result));
     }
     unsigned const tail = tailSizeOf(*original);
-    if (original->calcPayloadSize() != payload.size() ||
+    if (same.size() != original->getCodedLength() ||
+        original->calcPayloadSize() != payload.size() ||
         !isSame(Span(WireUmf(before, same).payload()).last(tail), Span(payload).last(tail))) {
         return refuse(RewriteRefusal::inexact, "has bytes that a rewrite would lose");
     }
@@ -237,6 +265,11 @@ bool UmfRewriter::rewrite(StreamUmf const& umf, ByteSource& source) {
     }
     if (!makeRoom(*changed)) {
         return false;
+    }
+    constexpr unsigned largestOffset = 0xFFFF;
+    if (changed->calcXmlOffset() > largestOffset && original->calcXmlOffset() <= largestOffset) {
+        return refuse(RewriteRefusal::room,
+                      "would have its XML further in than its index can tell");
     }
     Bytes bytes = encoded(*changed, result);
     if (!result || bytes.size() != changed->getCodedLength()) {
@@ -254,44 +287,52 @@ bool UmfRewriter::rewrite(StreamUmf const& umf, ByteSource& source) {
         Patch const& renewed = after.packets()[i];
         if (old.before != renewed.before) {
             m_patches.push_back({old.offset, old.before, renewed.before});
+            m_patched += old.before.size();
         }
+    }
+    if (m_patched > mostPatched) {
+        return refuse(RewriteRefusal::layout, "is one of more than can be changed at once");
     }
     return true;
 }
 
 /// Fits the changed content into the bytes that there are.
 bool UmfRewriter::makeRoom(UmfPacket& umf) {
+    // An item of user data is only read when as many bytes follow it.
+    std::uint32_t const behindItems =
+        umf.userData.nItems() != 0 ? UmfPacket::UserData::headerSize : 0;
     std::uint32_t const room = umf.decodedPayloadSize;
     std::uint32_t const content = umf.calcPayloadSize() - umf.fillerData.size();
-    if (content > room) {
-        m_loss = TailLoss();
-        m_loss.missing = content - room;
-        std::string const lack = "has no room for " + std::to_string(m_loss.missing) +
-                                 (m_loss.missing == 1 ? " byte more" : " bytes more");
-        std::uint32_t left = m_loss.missing;
-        auto const throwAway = [&left](std::uint32_t size) {
-            std::uint32_t const lost = left != 0 ? size : 0;
-            left -= std::min(left, lost);
-            return lost;
-        };
-        m_loss.behind = throwAway(umf.preservedData[1].size());
-        m_loss.xml = throwAway(umf.preservedData[0].size());
-        m_loss.index = throwAway(umf.umfIndex.size());
-        if (left != 0) {
-            return refuse(RewriteRefusal::room, "has no room for " +
-                                                    std::to_string(m_loss.missing) +
-                                                    " bytes more, even without its tail");
+    std::uint32_t const least = umf.calcPayloadSize() - tailSizeOf(umf) + behindItems;
+    TailLoss loss;
+    loss.missing = std::max(content, least) - std::min(room, std::max(content, least));
+    if (loss.missing != 0) {
+        std::uint32_t const left = content - std::min(content, room);
+        loss.behind = left != 0 ? umf.preservedData[1].size() : 0;
+        loss.xml = left > loss.behind ? umf.preservedData[0].size() : 0;
+        std::string const lack = "has no room for " + std::to_string(loss.missing) +
+                                 (loss.missing == 1 ? " byte more" : " bytes more");
+        if (least > room) {
+            m_loss = loss;
+            return refuse(RewriteRefusal::room, lack + ", even without its tail");
         }
         if (m_rule == keepTail) {
+            m_loss = loss;
             return refuse(RewriteRefusal::tail, lack);
         }
+        m_loss.behind += loss.behind;
+        m_loss.xml += loss.xml;
     }
     OpResult const result = umf.update();
-    return result || refuse(RewriteRefusal::room, "has no room, " + reasonOf(result));
+    if (!result) {
+        return refuse(RewriteRefusal::room, "has no room, " + reasonOf(result));
+    }
+    return true;
 }
 
 bool copyPatched(ByteSource& source, std::vector<Patch> const& patches,
                  std::function<bool(Span)> const& sink) {
+    std::optional<std::uint64_t> const size = source.size();
     std::uint64_t position = 0;
     // Up to `end`, or to the source's end.
     auto const copyTo = [&](std::uint64_t end) {
@@ -310,12 +351,14 @@ bool copyPatched(ByteSource& source, std::vector<Patch> const& patches,
         return source.error().empty();
     };
     for (Patch const& patch : patches) {
-        if (!copyTo(patch.offset) || position != patch.offset || !sink(patch.after)) {
+        if (!copyTo(patch.offset) ||
+            !isSame(source.read(patch.offset, patch.before.size()), patch.before) ||
+            !sink(patch.after)) {
             return false;
         }
         position += patch.after.size();
     }
-    return copyTo(UINT64_MAX);
+    return copyTo(UINT64_MAX) && (!size || position == *size);
 }
 
 } // namespace GxfStream

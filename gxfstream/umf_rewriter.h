@@ -9,14 +9,13 @@
 
 namespace GxfStream {
 
-/// What a rewrite would throw away of a UMF's tail, in bytes, and what it lacks.
+/// What a rewrite throws away of a UMF's tail, in bytes, and what it lacks.
 struct TailLoss {
     std::uint32_t missing = 0; ///< that the new content needs beyond the room there is
     std::uint32_t behind = 0;  ///< kept bytes behind the XML document
     std::uint32_t xml = 0;
-    std::uint32_t index = 0;
 
-    bool isAny() const { return behind + xml + index != 0; }
+    bool isAny() const { return behind + xml != 0; }
 };
 
 /// Why a stream's UMFs aren't rewritten.
@@ -51,7 +50,7 @@ class UmfRewriter {
 
     enum TailRule {
         keepTail,    ///< refuse what would throw away sections of the tail
-        discardTail, ///< throw away what is behind the XML, the XML, and the index, in that order
+        discardTail, ///< throw away what is behind the XML, and the XML, in that order
     };
 
     UmfRewriter(Change change, TailRule rule) : m_change(std::move(change)), m_rule(rule) {}
@@ -60,10 +59,10 @@ class UmfRewriter {
     /// is the reader's and seekable. False, with refusal(), when the stream can't be rewritten.
     bool take(StreamPacket const& packet, ByteSource& source);
     /// The stream is at its end. False, with refusal(), when a UMF is left that wasn't whole.
-    bool finish();
+    bool finish(PacketReader const& reader);
 
     RewriteRefusal const& refusal() const { return m_refusal; }
-    /// What the last UMF that had too little room loses of its tail, or would have to lose.
+    /// What the UMFs lose of their tails; behind a refusal, what that UMF would have to lose.
     TailLoss const& loss() const { return m_loss; }
     /// Number of UMFs taken in.
     unsigned umfs() const { return m_umfs; }
@@ -84,10 +83,15 @@ class UmfRewriter {
     std::vector<StreamUmf::Place> m_loose; ///< UMF packets that no UMF has joined yet
     unsigned m_umfs = 0;
     std::vector<Patch> m_patches;
+    std::uint64_t m_patched = 0; ///< bytes of them
+
+    // They are held twice, and written to an undo file.
+    static constexpr std::uint64_t mostPatched = std::uint64_t{4} * UmfJoiner::largestUmf;
 };
 
 /// Hands all bytes of a source to `sink`, front to back, with the patches in place. The sink gives
-/// false to stop. False when it did, or when reading failed (see the source's error()).
+/// false to stop. False when it did, when reading failed (see the source's error()), or when the
+/// source isn't what it was when the patches were made.
 bool copyPatched(ByteSource& source, std::vector<Patch> const& patches,
                  std::function<bool(Span)> const& sink);
 

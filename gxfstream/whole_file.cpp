@@ -58,6 +58,7 @@ bool writeAll(int descriptor, Span bytes, std::uint64_t offset) {
             continue;
         }
         if (put <= 0) {
+            errno = put == 0 ? ENOSPC : errno;
             return false;
         }
         bytes = bytes.subspan(static_cast<std::size_t>(put));
@@ -71,11 +72,9 @@ bool syncFolderOf(std::string const& path) {
     int const descriptor =
         ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) {
-        // A folder that may be written to but not read can't be synced.
-        return errno == EACCES;
+        return false;
     }
-    // Some file systems have nothing to sync of a folder.
-    bool const synced = ::fsync(descriptor) == 0 || errno == EINVAL;
+    bool const synced = ::fsync(descriptor) == 0;
     int const error = errno;
     ::close(descriptor);
     errno = error;
@@ -118,6 +117,7 @@ bool WholeFile::write(Span bytes) {
             continue;
         }
         if (put <= 0) {
+            errno = put == 0 ? ENOSPC : errno;
             return fail();
         }
         bytes = bytes.subspan(static_cast<std::size_t>(put));

@@ -254,6 +254,35 @@ TEST_F(InPlaceFileTest, OpensWhatThePathNamesNow) {
     ::close(other);
 }
 
+/// The change would go into a file that nobody finds any more.
+TEST_F(InPlaceFileTest, AFileThatIsReplacedIsNotChanged) {
+    auto const file = InPlaceFile::open(path, error);
+    ASSERT_NE(file, nullptr) << error;
+    write(folder / "new", std::string("0123456789"));
+    fs::rename(folder / "new", path);
+    EXPECT_FALSE(file->apply(patches));
+    EXPECT_EQ(file->error(), "another file has taken its place meanwhile");
+    EXPECT_EQ(content(path), "0123456789");
+    EXPECT_FALSE(fs::exists(undoPath));
+}
+
+TEST_F(InPlaceFileTest, WhoeverCopiesItIsWaitedFor) {
+    {
+        auto const unchanged = std::make_unique<UnchangedFile>(path);
+        UnchangedFile const another(path);
+        int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_NE(::flock(descriptor, LOCK_EX | LOCK_NB), 0);
+        ::close(descriptor);
+    }
+    auto unchanged = std::make_unique<UnchangedFile>(path);
+    std::thread releasing([&unchanged] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(120));
+        unchanged.reset();
+    });
+    EXPECT_NE(InPlaceFile::open(path, error), nullptr) << error;
+    releasing.join();
+}
+
 TEST_F(InPlaceFileTest, OnlyOneAtATime) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i) {

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <gxfstream/umf_rewriter.h>
 #include <testing/stream_builder.h>
@@ -68,7 +69,7 @@ Rewrite rewrite(Bytes const& stream, UmfRewriter::Change const& change,
         good = rewriter.take(*packet, source);
     }
     Rewrite result;
-    result.done = good && rewriter.finish();
+    result.done = good && rewriter.finish(reader);
     result.refusal = rewriter.refusal();
     result.loss = rewriter.loss();
     result.umfs = rewriter.umfs();
@@ -222,7 +223,6 @@ TEST(UmfRewriter, WhatGrowsBeyondTheRoomIsRefused) {
     EXPECT_EQ(result.loss.missing, 6U);
     EXPECT_EQ(result.loss.behind, content.rest.size());
     EXPECT_EQ(result.loss.xml, 0U);
-    EXPECT_EQ(result.loss.index, 0U);
 }
 
 /// What is thrown away, in this order: what stands behind the document, the document, the index.
@@ -239,7 +239,7 @@ TEST(UmfRewriter, ThrowsTheTailAwayWhenItMay) {
     ASSERT_TRUE(result.done) << result.refusal.text;
     EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
     EXPECT_EQ(result.loss.behind, behind);
-    EXPECT_EQ(result.loss.xml + result.loss.index, 0U);
+    EXPECT_EQ(result.loss.xml, 0U);
 
     after = clip(longer(behind + 1));
     after.rest = Bytes();
@@ -250,7 +250,6 @@ TEST(UmfRewriter, ThrowsTheTailAwayWhenItMay) {
     EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
     EXPECT_EQ(result.loss.behind, behind);
     EXPECT_EQ(result.loss.xml, document);
-    EXPECT_EQ(result.loss.index, 0U);
 
     // An item wants 16 bytes behind it: without the index there must be as much filler.
     after = clip(longer(behind + document));
@@ -261,17 +260,102 @@ TEST(UmfRewriter, ThrowsTheTailAwayWhenItMay) {
     ASSERT_TRUE(result.done) << result.refusal.text;
     EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
 
+    // So the index always has its room.
     result = rewrite(streamOf(content.payload()), valueTo(longer(behind + document + 1)),
                      UmfRewriter::discardTail);
     EXPECT_FALSE(result.done);
-    EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
-    EXPECT_THAT(result.refusal.text, testing::EndsWith(" would not read as it is written"));
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::room);
+    EXPECT_EQ(result.loss.missing, behind + document + 1);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " has no room for " + std::to_string(behind + document + 1) +
+                                       " bytes more, even without its tail");
+}
 
-    result = rewrite(streamOf(content.payload()), valueTo(longer(behind + document + 17)),
-                     UmfRewriter::discardTail);
+TEST(UmfRewriter, TheLastItemKeepsItsSixteenBytes) {
+    UmfContent content;
+    content.addTrack({});
+    content.userData = umfPair(1, "Title", letters("four"));
+    content.rest = Bytes().fill(20);
+    UmfContent after = content;
+    after.userData = umfPair(1, "Title", letters("fouruuuu"));
+    after.rest = Bytes().fill(16);
+    Rewrite result = rewrite(streamOf(content.payload()), valueTo("fouruuuu"));
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.stream, streamOf(rewritten(after, content.size())));
+    result = rewrite(streamOf(content.payload()), valueTo("fouruuuuu"), UmfRewriter::discardTail);
     EXPECT_FALSE(result.done);
     EXPECT_EQ(result.refusal.kind, RewriteRefusal::room);
-    EXPECT_EQ(result.loss.missing, behind + document + 17);
+    EXPECT_EQ(result.loss.missing, 1U);
+}
+
+TEST(UmfRewriter, AllLossesAreCounted) {
+    UmfContent big = clip("Evening news");
+    UmfContent small = clip("Evening news");
+    small.rest = letters("behind");
+    std::string const value(12 + big.rest.size() + 1, 'x');
+    Rewrite const result = rewrite(streamOf(big.payload()).add(streamOf(small.payload())),
+                                   valueTo(value), UmfRewriter::discardTail);
+    ASSERT_TRUE(result.done) << result.refusal.text;
+    EXPECT_EQ(result.loss.behind, big.rest.size() + small.rest.size());
+    EXPECT_EQ(result.loss.xml, big.xml.size() + small.xml.size());
+}
+
+/// Written without its terminator it would not be written at all, and all behind it would move.
+TEST(UmfRewriter, AUserDataTextThatFillsItsFieldIsNotRewritten) {
+    for (std::size_t const field : {20U, 52U, 84U, 164U, 244U}) {
+        UmfContent content = clip("Evening news");
+        content.userData.add(umfPair(2, "Rights", letters("all")));
+        std::size_t const size = field == 84 || field == 164 ? 80 : 32;
+        std::size_t const key = umfPair(1, "Title", letters("Evening news")).size() + 16;
+        for (std::size_t i = 0; i < size; ++i) {
+            content.userData[key + field + i] = 'V';
+        }
+        Rewrite const result = rewrite(streamOf(content.payload()), valueTo("Late"));
+        EXPECT_FALSE(result.done) << field;
+        EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
+        EXPECT_EQ(result.refusal.text,
+                  "the UMF at offset " + std::to_string(media(100).size()) +
+                      " has a text in its user data that fills its field, and would be lost");
+    }
+}
+
+TEST(UmfRewriter, AMediaNameThatFillsItsFieldIsNotRewritten) {
+    UmfContent content = clip("Evening news");
+    for (std::size_t i = 0; i < 88; ++i) {
+        content.media[0][24 + i] = 'N';
+    }
+    Rewrite const result = rewrite(streamOf(content.payload()), valueTo("Late"));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::inexact);
+}
+
+TEST(UmfRewriter, AnXmlThatTheIndexCouldNoLongerReachIsRefused) {
+    UmfContent content = clip("Evening news");
+    content.rest = Bytes().fill(70000);
+    Rewrite result = rewrite(streamOf(content.payload()), valueTo(std::string(64500, 'x')));
+    EXPECT_TRUE(result.done) << result.refusal.text;
+    result = rewrite(streamOf(content.payload()), valueTo(std::string(65500, 'x')));
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.refusal.kind, RewriteRefusal::room);
+    EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(media(100).size()) +
+                                       " would have its XML further in than its index can tell");
+}
+
+/// The reader doesn't hand it out, and yet it can't be changed like the others.
+TEST(UmfRewriter, AUmfThatIsCutOffOrTooLargeStopsAll) {
+    Bytes const first = media(10).add(joined(umfPackets(clip().payload())));
+    Bytes const cut = umfPackets(clip().payload())[0];
+    Bytes const large = Bytes().add(header(0xFD, (4U << 20) + 4)).fill((4U << 20) - 12, 0x11);
+    for (Bytes const& stream :
+         {Bytes(first).text({reinterpret_cast<char const*>(cut.data()), cut.size() - 9}),
+          Bytes(first).add(large).add(endOfStream())}) {
+        Rewrite const result = rewrite(stream, valueTo("Late"));
+        EXPECT_FALSE(result.done) << stream.size();
+        EXPECT_EQ(result.umfs, 1U);
+        EXPECT_EQ(result.refusal.kind, RewriteRefusal::broken);
+        EXPECT_EQ(result.refusal.text, "the UMF at offset " + std::to_string(first.size()) +
+                                           " isn't whole, so that it can't be changed");
+    }
 }
 
 TEST(UmfRewriter, ZerosAtTheEndAreRoom) {
@@ -371,6 +455,23 @@ TEST(CopyPatched, StopsWhenTheSinkDoes) {
     EXPECT_EQ(calls, 2U);
 }
 
+TEST(CopyPatched, ASourceThatIsAnotherOneFails) {
+    Bytes const stream = letters("abcdefgh");
+    MemorySource source({stream.data(), stream.size()});
+    EXPECT_FALSE(copyPatched(source, {{2, {'x'}, {'C'}}}, [](Span) { return true; }));
+}
+
+TEST(CopyPatched, ASourceThatBecomesShorterFails) {
+    Bytes bytes = Bytes().fill(3U << 20, 0x33);
+    TemporaryFile const file(bytes);
+    std::string error;
+    auto const source = FileSource::open(file.path(), error);
+    ASSERT_NE(source, nullptr) << error;
+    EXPECT_FALSE(copyPatched(*source, {{2, {0x33}, {0x44}}}, [&file](Span) {
+        return ::ftruncate(file.descriptor(), 2U << 20) == 0;
+    }));
+}
+
 TEST(CopyPatched, ASourceThatEndsInFrontOfAPatchFails) {
     Bytes const stream = letters("abcdefgh");
     MemorySource source({stream.data(), stream.size()});
@@ -384,11 +485,12 @@ TEST(CopyPatched, CopiesAFileInPieces) {
     }
     StreamSource const source(SourceKind::file, bytes);
     std::string copy;
-    EXPECT_TRUE(copyPatched(
-        *source, {{1500000, {0, 0}, {7, 8}}, {2799998, {0, 0}, {9, 9}}}, [&copy](Span part) {
-            copy.append(reinterpret_cast<char const*>(part.data()), part.size());
-            return true;
-        }));
+    EXPECT_TRUE(
+        copyPatched(*source, {{1500000, {0x00, 0x05}, {7, 8}}, {2799998, {0xAE, 0x5F}, {9, 9}}},
+                    [&copy](Span part) {
+                        copy.append(reinterpret_cast<char const*>(part.data()), part.size());
+                        return true;
+                    }));
     bytes[1500000] = 7;
     bytes[1500001] = 8;
     bytes[2799998] = 9;

@@ -519,15 +519,23 @@ TEST_F(UserDataUndo, AFolderOfThatNameIsRefusedAndKept) {
 }
 
 TEST_F(UserDataUndo, ACopyOverAnInterruptedFileIsTheNewOne) {
-    // The undo file of a file that is replaced: it can't put the old bytes into the new one.
+    // Else its undo file would put old bytes into the new file.
     std::string const other = m_folder.write("other.gxf", readFile(sample("news_pal.gxf")));
     interrupt(tornClip(), undoOfClip());
     expectDone(copy(other, m_clip));
-    ToolResult const result = runTool({"userdata", "get", "Title", m_clip});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, HasSubstr("keeps old bytes of another file; move it away"));
-    ASSERT_EQ(::unlink((m_clip + ".gxf-undo").c_str()), 0);
+    expectFolder({"clip.gxf", "other.gxf"});
     expectDone(runTool({"userdata", "get", "Title", m_clip}), "X");
+}
+
+TEST_F(UserDataUndo, ACopyOverAMissingFileIsNotUndone) {
+    std::string const other = m_folder.write("other.gxf", readFile(sample("news_pal.gxf")));
+    interrupt(tornClip(), undoOfClip());
+    ASSERT_EQ(::unlink(m_clip.c_str()), 0);
+    ToolResult const result = copy(other, m_clip);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "gxf: " + m_clip + ": can't be written, " + m_clip +
+                              ".gxf-undo is in the way; move it away\n");
+    expectFolder({"clip.gxf.gxf-undo", "other.gxf"});
 }
 
 } // namespace

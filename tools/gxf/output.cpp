@@ -9,6 +9,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include <gxfstream/in_place_file.h>
+
 #include "command.h"
 
 namespace Gxf {
@@ -54,6 +56,19 @@ bool isSpecial(std::string const& path) {
     throw NotDone(path + ": can't be written, " + why + "; " + advice);
 }
 
+/// What was kept to undo a change of the file that is replaced would be put into the new one.
+void refuseUndoFile(std::string const& path) {
+    std::string why;
+    if (GxfStream::undoInterrupted(path, why) == GxfStream::Undone::failed) {
+        cantWrite(path, why, "choose another output name");
+    }
+    std::string const undoFile = GxfStream::undoFileOf(path);
+    struct stat status {};
+    if (::lstat(undoFile.c_str(), &status) == 0) {
+        cantWrite(path, undoFile + " is in the way", "move it away");
+    }
+}
+
 } // namespace
 
 InterruptsHeld::InterruptsHeld() {
@@ -90,8 +105,9 @@ Output Output::file(std::string const& path) {
     if (errno == ENAMETOOLONG || errno == ELOOP) {
         cantWrite(path, reason(), "choose another output name");
     }
-    InterruptsHeld const held;
     std::string error;
+    refuseUndoFile(path);
+    InterruptsHeld const held;
     std::unique_ptr<GxfStream::WholeFile> whole = GxfStream::WholeFile::create(path, error);
     if (whole == nullptr) {
         cantWrite(path, error, "choose a folder that exists and may be written to");

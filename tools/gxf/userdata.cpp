@@ -104,7 +104,6 @@ std::string lossText(TailLoss const& loss) {
         }
     };
     add(loss.xml, "its XML document");
-    add(loss.index, "its index");
     add(loss.behind, "other bytes at its end");
     return text;
 }
@@ -164,8 +163,13 @@ class Rewriting {
             keepStream();
         }
         Input input = openInput();
+        // Behind the opening, which undoes an interrupted change.
+        std::optional<UnchangedFile> unchanged;
         if (!isKept()) {
             checkOutput(input);
+        }
+        if (!isKept() && m_file == nullptr) {
+            unchanged.emplace(m_options.file);
         }
         takeIn(input);
         if (!*m_edit.found) {
@@ -259,7 +263,7 @@ class Rewriting {
         if (input.status() == notDone) {
             throw NotDone(input.name() + ": reading failed; nothing is changed");
         }
-        if (!isGood || !m_rewriter.finish()) {
+        if (!isGood || !m_rewriter.finish(input.reader())) {
             throw NotDone(input.name() + ": " + refusalText());
         }
         if (m_rewriter.umfs() == 0) {
@@ -318,7 +322,7 @@ class Rewriting {
         progress.stop();
         if (!isWhole) {
             throw NotDone(input.name() + ": reading failed, " +
-                          (input.source().error().empty() ? "it has become shorter"
+                          (input.source().error().empty() ? "it has changed meanwhile"
                                                           : input.source().error()) +
                           "; nothing is written");
         }
