@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gxfstream/byte_source.h>
@@ -53,7 +54,8 @@ class InPlaceFile {
   private:
     friend Undone undoInterrupted(std::string const& path, std::string& error);
 
-    InPlaceFile(int descriptor, std::string path) : m_descriptor(descriptor), m_path(path) {}
+    InPlaceFile(int descriptor, std::string path)
+        : m_descriptor(descriptor), m_path(std::move(path)) {}
 
     bool isAsBefore(std::vector<Patch> const& patches);
     bool writeUndoFile(std::vector<Patch> const& patches);

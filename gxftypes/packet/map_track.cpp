@@ -1,5 +1,7 @@
 #include <gxftypes/packet/map_track.h>
 
+#include <cmath>
+
 #include <gxftypes/timecode/timecode.h>
 
 namespace GxfTypes {
@@ -155,7 +157,7 @@ PerFrameTimecode MapTrack::getStripedTc() const {
     if (!timecode.isStriped()) {
         return {};
     }
-    auto const frameRate = static_cast<unsigned>(getRealFrameRate() + 0.5);
+    auto const frameRate = static_cast<unsigned>(std::lround(getRealFrameRate()));
     return ST12Timecode(timecode.getCounter(frameRate), frameRate, timecode.isDropFrame());
 }
 

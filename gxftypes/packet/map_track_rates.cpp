@@ -24,7 +24,7 @@ unsigned untold(MapTrack const& track) {
 }
 
 unsigned mpegBitrate(MapTrack const& track) {
-    MpegAuxInfo const aux = track.getMpegAuxInfo();
+    MpegAuxInfo const& aux = track.getMpegAuxInfo();
     return aux.isValid() ? truncated(aux.bitRate)
                          : untold(GxfOpSubsystem::badDecodeData, "invalid MPEG AUX info");
 }

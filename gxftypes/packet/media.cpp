@@ -120,8 +120,8 @@ void MediaPacket::decodeTimecodes(GxfBuffer& buffer) {
     if (buffer.nOccupied() < wanted) {
         FormatStr const text("Timecode::decode: expected %d bytes, found %d\n",
                              static_cast<int>(wanted), static_cast<int>(buffer.nOccupied()));
-        OpResult(OpResult::Error, GxfOpSubsystem::internalError, gxfOpSubsystem.getId(),
-                 text.get());
+        OpResult const raised(OpResult::Error, GxfOpSubsystem::internalError,
+                              gxfOpSubsystem.getId(), text.get());
         return;
     }
     if (perFrameTc.get() != nullptr) {

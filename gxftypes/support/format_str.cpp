@@ -110,7 +110,7 @@ char* FormatStr::releaseArrayString() {
 
 /// Room for `more` bytes behind the text, its terminating zero among them.
 void FormatStr::reserve(std::size_t more) {
-    if (m_capacity - m_size >= more) {
+    if (m_text != nullptr && m_capacity - m_size >= more) {
         return;
     }
     std::size_t const capacity = std::max({m_size + more, m_capacity * 2, m_firstAllocation});

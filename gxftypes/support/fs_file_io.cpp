@@ -10,7 +10,7 @@ namespace Zorvan {
 char const* BasicFileIO::getErrorName(unsigned error) {
     thread_local std::string name;
     name = std::generic_category().message(static_cast<int>(error));
-    return name.c_str();
+    return name.c_str(); // NOLINT(clang-analyzer-cplusplus.InnerPointer): the text stays
 }
 
 FsFileIO::FsFileIO(char const* name, char const* path, int) : m_name(name), m_path(path) {}

@@ -13,8 +13,8 @@
 #include <gxftypes/support/encode_checker.h>
 #include <gxftypes/support/fixed_min_vector.h>
 #include <gxftypes/support/fixed_point.h>
-#include <gxftypes/support/fs_file_io.h>
 #include <gxftypes/support/format_str.h>
+#include <gxftypes/support/fs_file_io.h>
 #include <gxftypes/support/gxf_buffer.h>
 #include <gxftypes/support/gxf_local_msg_clamp.h>
 #include <gxftypes/support/gxf_op_subsystem.h>
@@ -46,8 +46,8 @@ using Zorvan::atomicInc32;
 using Zorvan::AutoArrayPtr;
 using Zorvan::AutoPtr;
 using Zorvan::AutoRefPtr;
-using Zorvan::BitChunkParser;
 using Zorvan::BasicFileIO;
+using Zorvan::BitChunkParser;
 using Zorvan::Bitset;
 using Zorvan::Clock;
 using Zorvan::DebuggerOn;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <iconv.h>
 
@@ -226,11 +227,11 @@ int wideCharToMultiByte(unsigned, unsigned, char const* src, int srcBytes, char*
         // Goes on: the conversion meets the stray byte at the end.
         FormatStr const text("UTF-16 input is an odd length of %u",
                              static_cast<unsigned>(srcBytes));
-        OpResult(OpResult::Error, GxfOpSubsystem::internalError, gxfOpSubsystem.getId(),
-                 text.get());
+        OpResult const raised(OpResult::Error, GxfOpSubsystem::internalError,
+                              gxfOpSubsystem.getId(), text.get());
     }
     iconv_t const converter = iconv_open("UTF-8", "UTF-16LE");
-    if (converter == reinterpret_cast<iconv_t>(-1)) {
+    if (reinterpret_cast<std::intptr_t>(converter) == -1) {
         static std::atomic<bool> iconvErrorLogged{false};
         if (!iconvErrorLogged.exchange(true)) {
             errorMsg("iconv_open(unicode => utf8) failure, are iconv libraries installed?\n");
