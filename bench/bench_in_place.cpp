@@ -34,6 +34,7 @@ Bytes front() {
 bool runTool(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), GXF_TOOL_PATH);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }

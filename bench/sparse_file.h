@@ -27,7 +27,8 @@ class SparseFile {
         for (; isWritten && end + packetLength <= size; end += packetLength) {
             isWritten = write(descriptor, packet, end);
         }
-        m_isGood = isWritten && ::ftruncate(descriptor, static_cast<off_t>(end)) == 0;
+        m_isGood = isWritten && ::ftruncate(descriptor, static_cast<off_t>(end)) == 0 &&
+                   ::fsync(descriptor) == 0; // so that nobody else has to wait for that
         ::close(descriptor);
     }
     SparseFile(SparseFile const&) = delete;

@@ -3,6 +3,10 @@ function(gxf_compile_options target)
     target_compile_features(${target} PUBLIC cxx_std_20)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Wformat=2
                                              $<$<BOOL:${GXF_WERROR}>:-Werror>)
+    # g++ 12 warns of its own std::string where one is put together from parts.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+        target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
 endfunction()
 
 # gxf_add_library(NAME [STATIC] LINK TARGET...)

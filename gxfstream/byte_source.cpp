@@ -12,8 +12,8 @@ namespace GxfStream {
 
 namespace {
 
-// A jump reads one page, which holds a packet's header and preamble; reading on doubles the amount.
-constexpr std::size_t smallestRead = 4096;
+// A jump reads a little more than a packet's header and preamble; reading on doubles the amount.
+constexpr std::size_t smallestRead = 512;
 constexpr std::size_t largestRead = std::size_t{256} << 10;
 // What a pipe holds by default.
 constexpr std::size_t pipeRead = std::size_t{64} << 10;

@@ -32,18 +32,9 @@ class Bytes {
     Bytes& u32Lsbf(std::uint32_t value) {
         return u8(value).u8(value >> 8).u8(value >> 16).u8(value >> 24);
     }
-    Bytes& text(std::string_view value) {
-        m_bytes.insert(m_bytes.end(), value.begin(), value.end());
-        return *this;
-    }
-    Bytes& fill(std::size_t count, unsigned value = 0) {
-        m_bytes.insert(m_bytes.end(), count, static_cast<unsigned char>(value));
-        return *this;
-    }
-    Bytes& add(Bytes const& other) {
-        m_bytes.insert(m_bytes.end(), other.m_bytes.begin(), other.m_bytes.end());
-        return *this;
-    }
+    Bytes& text(std::string_view value);
+    Bytes& fill(std::size_t count, unsigned value = 0);
+    Bytes& add(Bytes const& other);
 
     std::size_t size() const { return m_bytes.size(); }
     unsigned char* data() { return m_bytes.data(); }

@@ -138,8 +138,8 @@ inline OpResult PacketHeader::decodeFields(GxfBuffer& buffer) {
     trailerE1 = bytes[14];
     trailerE2 = bytes[15];
     // The next header, which is thus there by the time it is asked for. A hint, even of memory that
-    // isn't there.
-    __builtin_prefetch(
+    // isn't there, which a pointer into these bytes may not tell of.
+    __builtin_prefetch( // NOLINTNEXTLINE(performance-no-int-to-ptr)
         reinterpret_cast<void const*>(reinterpret_cast<std::uintptr_t>(bytes) + length));
     return OpResult::Ok;
 }

@@ -477,7 +477,7 @@ TEST(PacketPool, MediaPacketThatCanNotBeKeptIsDestroyed) {
         }
         std::int64_t const before = liveObjects();
         {
-            AllocationLimit const limit(16 * sizeof(Packet*));
+            AllocationLimit const limit(16 * sizeof(void*));
             for (AutoRefPtr<Packet>& packet : inUse) {
                 packet = nullptr;
             }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gmock/gmock.h>
 
 #include <testing/umf_builder.h>
@@ -75,6 +76,15 @@ umfFile:320b@0
   userdata[0]={
     }
 )");
+}
+
+TEST(Dump, PrintsAUmfOfOnePacketOnce) {
+    ToolResult const result = runTool({"dump", sample("news_pal.gxf")});
+    std::vector<std::string> const lines = result.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "umfFile:4432b@597"), 1);
+    EXPECT_THAT(result.out, HasSubstr("umfFile:4432b@597\n"
+                                      "  preamble={Only,payloadLen=4410}\n"
+                                      "  payload={totLen=4410,v3,nTrk=4(16b@104),"));
 }
 
 TEST(Dump, ArraysPrintsTheLongLists) {

@@ -14,6 +14,11 @@ struct Options : StreamOptions {
     bool arrays = false;
 };
 
+void write(Output& output, Packet const& packet) {
+    output.write(forPeople(packet.toString().get()));
+    output.write("\n");
+}
+
 int run(Options const& options) {
     if (options.arrays) {
         gxfDebug.set(gxfDebug.get() | (1U << gxfDebugArrays));
@@ -21,11 +26,13 @@ int run(Options const& options) {
     Input input(options);
     Output output = Output::standard();
     while (GxfStream::StreamPacket const* const packet = input.next()) {
-        output.write(forPeople(packet->packet->toString().get()));
-        output.write("\n");
-        if (packet->umf != nullptr) {
-            output.write(forPeople(packet->umf->packet->toString().get()));
-            output.write("\n");
+        // A UMF of one packet says all that its packet does.
+        GxfStream::StreamUmf const* const umf = packet->umf;
+        if (umf == nullptr || umf->packets.size() > 1) {
+            write(output, *packet->packet);
+        }
+        if (umf != nullptr) {
+            write(output, *umf->packet);
         }
     }
     output.finish();
