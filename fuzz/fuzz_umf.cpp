@@ -189,7 +189,7 @@ class NaiveUmf {
     ByteVector mediaDescription(ByteVector bytes) {
         normalise(bytes, 24, 88);
         std::uint32_t const type = number(bytes, 112);
-        std::size_t end = 128; // of the specification's fields
+        std::size_t end = 128; // of the fields of its variant
         switch (type) {
         case 2:
             end += 24;

@@ -123,7 +123,7 @@ struct UmfMediaDesc {
     OpResult encode(GxfBuffer& buffer) const;
     /// The reserved fields take no part.
     bool isEqual(UmfMediaDesc const& other) const;
-    /// All but the reserved fields, and of the specification the fields of its variant.
+    /// All but the reserved fields, and of its variant the fields that it has.
     void copy(UmfMediaDesc const& other);
     AutoPtr<char> toString() const { return textOf(*this); }
     FormatStr& toString(unsigned indent, FormatStr& text) const;

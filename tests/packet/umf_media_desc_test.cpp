@@ -112,7 +112,7 @@ Bytes mpegFields(unsigned shared, unsigned afd) {
         .u8(afd);
 }
 
-/// What stands in the specification, what is written again, and how it prints.
+/// What stands in a variant, what is written again, and how it prints.
 struct VariantRow {
     std::uint32_t mediaType;
     char const* name;
