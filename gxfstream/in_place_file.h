@@ -28,7 +28,8 @@ enum class Undone {
 ///
 /// Before the first byte is changed, the bytes that were there, and those that come, are synced to
 /// an undo file beside it, `NAME.gxf-undo`. That file goes when all new bytes are synced. Whoever
-/// finds it after a crash puts the old bytes back: open() and undoInterrupted() do.
+/// finds it after a crash puts the old bytes back: open() and undoInterrupted() do, unless the undo
+/// file belongs to somebody else than the file's owner, the user or root.
 ///
 ///     undo file, least significant byte first:
 ///     "GXFUNDO1" 8 | size of the changed file 8 | patches 4 | check of all the rest 8 |
@@ -44,7 +45,7 @@ class InPlaceFile {
     InPlaceFile& operator=(InPlaceFile const&) = delete;
 
     /// Replaces the bytes. False, with error(), when that failed: the file has its old bytes then,
-    /// or the undo file still lies beside it.
+    /// or the undo file still lies beside it, or another file has taken the file's name.
     bool apply(std::vector<Patch> const& patches);
     /// Why the last step failed, as a text for people.
     std::string const& error() const { return m_error; }
